@@ -1,0 +1,36 @@
+#include "cli/file_io.h"
+
+#include <sys/stat.h>
+
+namespace pelcast {
+namespace {
+
+// Stream buffer for outputs: frames are written in large blocks, so a bigger
+// buffer than stdio's default only saves copies for the small row writes.
+constexpr size_t kOutputBufferBytes = 1 << 16;
+
+bool SameFile(const char* a, const char* b) {
+  struct stat first {};
+  struct stat second {};
+  if (stat(a, &first) != 0 || stat(b, &second) != 0) return false;
+  return first.st_dev == second.st_dev && first.st_ino == second.st_ino;
+}
+
+}  // namespace
+
+FILE* OpenInput(const char* path) { return std::fopen(path, "rb"); }
+
+FILE* OpenOutput(const char* path, const char* inputPath) {
+  if (inputPath != nullptr && SameFile(path, inputPath)) return nullptr;
+  FILE* file = std::fopen(path, "wb");
+  if (file != nullptr) std::setvbuf(file, nullptr, _IOFBF, kOutputBufferBytes);
+  return file;
+}
+
+void CloseFile(FILE* file) {
+  if (file != nullptr) std::fclose(file);
+}
+
+bool AtEndOfFile(FILE* file) { return std::feof(file) != 0; }
+
+}  // namespace pelcast

@@ -1,0 +1,24 @@
+// File handling shared by every command: binary stdio streams, read in whole
+// items, and an output open that refuses to clobber the command's input.
+#pragma once
+
+#include <cstdio>
+
+namespace pelcast {
+
+// Opens `path` for binary reading; null on failure.
+FILE* OpenInput(const char* path);
+
+// Opens `path` for binary writing (created or truncated); null on failure.
+// When `inputPath` is given and names the same file as `path` (same device and
+// inode, however spelled) nothing is opened or truncated and null is returned,
+// so a mistyped command line can never destroy its own input.
+FILE* OpenOutput(const char* path, const char* inputPath);
+
+// Closes `file` when it is open.
+void CloseFile(FILE* file);
+
+// True when the open stream has met the end of its file on a read.
+bool AtEndOfFile(FILE* file);
+
+}  // namespace pelcast
