@@ -1,7 +1,7 @@
 // The command line: argument counts, command letters and the usage text.
 #include <gtest/gtest.h>
 
-#include "tests/cli_test_support.h"
+#include "tests/test_support.h"
 
 namespace pelcast::testing {
 namespace {

@@ -1,4 +1,4 @@
-#include "tests/cli_test_support.h"
+#include "tests/test_support.h"
 
 #include <fcntl.h>
 #include <sys/wait.h>

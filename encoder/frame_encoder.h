@@ -1,0 +1,24 @@
+// Linear frames to ZPAK frames.
+#pragma once
+
+#include <cstdint>
+
+#include "surface/zpak_context.h"
+
+namespace pelcast {
+
+// Encodes one NV12 (surfaceFormat 1) or RGBA8888 (3) frame described by
+// `config` into its zero-filled compressed planes. Always returns 0.
+uint64_t EncodeZpakFrame(ZpakContext* context, const ZpakConfig* config);
+
+// Encodes one RGB565 frame, the mirror of DecodeZpakFrameRgb565: half tiles in
+// slot halves, metadata in columns 2c and 2c + 1. Always returns 0.
+uint64_t EncodeZpakFrameRgb565(ZpakContext* context, const ZpakConfig* config);
+
+// Copies tile (tileColumn, tileRow) of a linear image into the 256-byte
+// destination, row-major, zero where the tile leaves the image.
+void GatherLinearTile(const uint8_t* source, const uint8_t* uSource, const uint8_t* vSource,
+                      uint64_t tileColumn, uint64_t tileRow, uint8_t* destination, uint64_t width,
+                      uint64_t height, uint64_t surfaceFormat, uint64_t planeIndex);
+
+}  // namespace pelcast

@@ -1,0 +1,17 @@
+// One tile in micro-block order to its smallest stored form.
+#pragma once
+
+#include <cstdint>
+
+#include "surface/zpak_context.h"
+
+namespace pelcast {
+
+// Encodes the tile `ordered` (micro-block order, as many bytes as a raw tile
+// of the plane selected by the context's planeIndex) into `output` (at least
+// 256 bytes) and stores its length in 64-byte units in *unitCount. Returns 0
+// without writing anything for bad parameter counts or null pointers.
+int64_t EncodeZpakTile(ZpakContext* context, const uint8_t* ordered, uint8_t* output,
+                       uint64_t* unitCount);
+
+}  // namespace pelcast
