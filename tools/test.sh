@@ -1,0 +1,25 @@
+#!/usr/bin/env bash
+# Builds and runs every test: the optimised build, the address+undefined
+# sanitizer build, and the other stages the project has (arm64 under
+# emulation, fuzz smoke runs). Installs what a fresh Debian 12 machine lacks.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+if [ -x tools/install-deps.sh ]; then tools/install-deps.sh; fi
+
+stage() { echo; echo "=== $* ==="; }
+
+for preset in release debug-asan; do
+  stage "$preset: configure, build, test"
+  cmake --preset "$preset" >/dev/null
+  cmake --build --preset "$preset" -j"$(nproc)"
+  ctest --preset "$preset" -j"$(nproc)"
+done
+
+for extra in tools/test-arm64.sh tools/fuzz-smoke.sh; do
+  if [ -x "$extra" ]; then
+    stage "$extra"
+    "$extra"
+  fi
+done
+stage "all stages passed"
