@@ -1,0 +1,34 @@
+#!/usr/bin/env bash
+# Installs what a fresh Debian 12 machine lacks to build and test pelcast:
+# the compilers and build tools, GoogleTest (prebuilt for the host and as
+# sources for cross builds), Google Benchmark, clang for the fuzz targets, and
+# for the arm64 stage the aarch64 cross compiler and the user-mode emulator.
+# Prints nothing and touches nothing when everything is already there; runs
+# `apt-get update` once, and only when something has to be installed.
+set -euo pipefail
+
+packages=(
+  g++ cmake ninja-build make git file
+  googletest libgtest-dev libbenchmark-dev
+  clang libclang-rt-14-dev
+  g++-aarch64-linux-gnu qemu-user
+)
+
+installed() {
+  dpkg-query -W -f='${Status}' "$1" 2>/dev/null | grep -q '^install ok installed$'
+}
+
+missing=()
+for package in "${packages[@]}"; do
+  installed "$package" || missing+=("$package")
+done
+[ ${#missing[@]} -eq 0 ] && exit 0
+
+# CI runs as root; a developer's own machine may need sudo.
+as_root=()
+if [ "$(id -u)" -ne 0 ]; then as_root=(sudo); fi
+
+echo "install-deps: installing ${missing[*]}"
+export DEBIAN_FRONTEND=noninteractive
+"${as_root[@]}" apt-get update -qq
+"${as_root[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
