@@ -13,7 +13,36 @@
 
 namespace pelcast::testing {
 
+namespace {
+
+// How pelcast is started: the binary itself, or in a cross build the
+// emulator's command line followed by the binary.
+struct ToolCommand {
+  std::string program;            // what execvp runs
+  std::vector<std::string> argv;  // its argument vector, argv[0] included
+};
+
+ToolCommand ToolCommandLine(const std::vector<std::string>& args) {
+#ifdef PELCAST_EMULATOR
+  const char* const emulator[] = PELCAST_EMULATOR;
+  ToolCommand command{emulator[0], {std::begin(emulator), std::end(emulator)}};
+  command.argv.push_back(PELCAST_BINARY);
+#else
+  ToolCommand command{PELCAST_BINARY, {"pelcast"}};
+#endif
+  command.argv.insert(command.argv.end(), args.begin(), args.end());
+  return command;
+}
+
+}  // namespace
+
 RunResult RunTool(const std::vector<std::string>& args, const std::string& workDir) {
+  // Everything the child needs is built before fork.
+  ToolCommand command = ToolCommandLine(args);
+  std::vector<char*> argv;
+  for (std::string& word : command.argv) argv.push_back(word.data());
+  argv.push_back(nullptr);
+
   int pipeFds[2];
   if (pipe(pipeFds) != 0) throw std::runtime_error("pipe failed");
   const pid_t pid = fork();
@@ -23,11 +52,7 @@ RunResult RunTool(const std::vector<std::string>& args, const std::string& workD
     close(pipeFds[0]);
     close(pipeFds[1]);
     if (chdir(workDir.c_str()) != 0) _exit(127);
-    std::vector<char*> argv;
-    argv.push_back(const_cast<char*>("pelcast"));
-    for (const std::string& arg : args) argv.push_back(const_cast<char*>(arg.c_str()));
-    argv.push_back(nullptr);
-    execv(PELCAST_BINARY, argv.data());
+    execvp(command.program.c_str(), argv.data());
     _exit(127);
   }
   close(pipeFds[1]);
