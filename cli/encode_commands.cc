@@ -1,11 +1,251 @@
+// Commands H and N: linear RGBA8888 and NV12 frames to ZPAK frames.
+//
+// Both read one linear frame into a zero-filled staging buffer laid out with
+// the aligned strides, have the frame encoder fill a zero-filled compressed
+// frame buffer, and append that whole buffer to the output. Geometry and
+// buffers come from PrepareZpakBuffers; dimensions whose buffers would reach
+// 2^31 bytes are refused before anything is allocated.
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
 
 #include "cli/commands.h"
+#include "cli/file_io.h"
+#include "encoder/frame_encoder.h"
+#include "surface/plane_geometry.h"
+#include "surface/zpak_context.h"
 
 namespace pelcast {
+namespace {
 
-// Placeholders until the encoder lands.
-void EncodeRgba8888Command(const char*, const char*, int32_t, int32_t) {}
-void EncodeNv12Command(const char*, const char*, int32_t, int32_t) {}
+constexpr uint64_t kAddressingMode = 1;
+constexpr uint64_t kSwizzleEnable = 1;
+constexpr uint64_t kBankBit = 15;
+constexpr uint64_t kRgbaPixelBytes = 4;
+constexpr uint64_t kEncoderFailed = 1;
+// Chroma rows are read in chunks of this many bytes (an even count, so U and
+// V keep their parity from chunk to chunk).
+constexpr size_t kChromaChunkBytes = 4096;
+
+// What both commands obtain before their frame loop.
+struct EncodeSession {
+  FILE* input = nullptr;
+  FILE* output = nullptr;
+  ZpakContext* context = nullptr;
+  ZpakConfig* config = nullptr;
+  ZpakInfo* info = nullptr;
+  uint8_t* compressed = nullptr;
+  uint8_t* staging = nullptr;
+};
+
+// Opens both files; prints the open-failure message naming the file that
+// failed. The output is refused when it is the input itself.
+bool OpenFiles(const char* inputPath, const char* outputPath, EncodeSession* s) {
+  s->input = OpenInput(inputPath);
+  if (s->input == nullptr) {
+    std::printf("ERROR: Unable to open File %s\n", inputPath);
+    return false;
+  }
+  s->output = OpenOutput(outputPath, inputPath);
+  if (s->output == nullptr) {
+    std::printf("ERROR: Unable to open File %s\n", outputPath);
+    return false;
+  }
+  return true;
+}
+
+// Obtains the zero-filled context, descriptor and info record.
+bool ObtainRecords(EncodeSession* s) {
+  s->context = AllocateZpakContext();
+  s->config = static_cast<ZpakConfig*>(std::calloc(1, sizeof(ZpakConfig)));
+  s->info = static_cast<ZpakInfo*>(std::calloc(1, sizeof(ZpakInfo)));
+  if (s->context != nullptr && s->config != nullptr && s->info != nullptr) return true;
+  std::printf("ERROR: Allocation Failure hZPAK=%p pZPAKConfig=%p zpakInfo=%p\n",
+              static_cast<void*>(s->context), static_cast<void*>(s->config),
+              static_cast<void*>(s->info));
+  return false;
+}
+
+// Refuses impossible dimensions, else lays out and allocates the buffers.
+bool PrepareBuffers(EncodeSession* s, int32_t width, int32_t height, uint32_t format) {
+  if (const char* problem = EncodeSizeProblem(format, width, height)) {
+    std::puts(problem);
+    return false;
+  }
+  PrepareZpakBuffers(s->info, &s->compressed, &s->staging, static_cast<uint32_t>(width),
+                     static_cast<uint32_t>(height), format);
+  if (s->compressed != nullptr && s->staging != nullptr) return true;
+  std::printf("ERROR: Allocation Failure pDataAddr=%p scratch=%p \n",
+              static_cast<void*>(s->compressed), static_cast<void*>(s->staging));
+  return false;
+}
+
+void ReleaseSession(EncodeSession* s) {
+  std::free(s->compressed);
+  std::free(s->staging);
+  std::free(s->config);
+  std::free(s->info);
+  ReleaseZpakContext(s->context);
+  CloseFile(s->output);
+  CloseFile(s->input);
+}
+
+// The descriptor of one frame: planes in the compressed buffer in the order
+// Y metadata, Y data, UV metadata, UV data; the staging buffer as the linear
+// image; the fixed addressing settings of the commands.
+void FillConfig(const EncodeSession& s, uint64_t surfaceFormat, uint64_t width, uint64_t height) {
+  const ZpakInfo& info = *s.info;
+  ZpakConfig& c = *s.config;
+  c.yMetaPlane = s.compressed;
+  c.yDataPlane = s.compressed + info.yDataOffset;
+  c.uvMetaPlane = s.compressed + info.yDataOffset + info.yDataSize;
+  c.uvDataPlane = c.uvMetaPlane + info.uvMetaOffset;
+  c.linearY = s.staging;
+  c.linearUv = s.staging + info.yDataSize;
+  c.bypass = 0;
+  c.altAddressing = 0;
+  c.surfaceFormat = surfaceFormat;
+  c.addressingMode = kAddressingMode;
+  c.swizzleEnable = kSwizzleEnable;
+  c.bankBit = kBankBit;
+  c.width = c.alignedWidth = width;
+  c.height = c.alignedHeight = height;
+  c.compressedEnd = s.compressed + info.bufferSize;
+}
+
+void FillRgbaConfig(const EncodeSession& s) {
+  FillConfig(s, kSurfaceRgba8888, s.info->yStride / kRgbaPixelBytes, s.info->yScanlines);
+}
+
+void FillNv12Config(const EncodeSession& s) {
+  FillConfig(s, kSurfaceNv12, s.info->linearStride, s.info->linearScanlines);
+}
+
+// Reads h rows of 4w bytes, one item each, row i at i x yStride. False at the
+// first row that cannot be read whole.
+bool ReadRgbaFrame(const EncodeSession& s, int32_t width, int32_t height) {
+  const size_t rowBytes = kRgbaPixelBytes * static_cast<size_t>(width);
+  for (int32_t i = 0; i < height; ++i) {
+    uint8_t* row = s.staging + static_cast<size_t>(i) * s.info->yStride;
+    if (std::fread(row, rowBytes, 1, s.input) != 1) return false;
+  }
+  return true;
+}
+
+// Reads the interleaved chroma of one frame into the separate U and V planes
+// of the staging buffer (cs bytes to a row, chs rows each), in bulk. A short
+// input leaves the rest zero, exactly as reading it byte by byte would.
+void ReadNv12Chroma(const EncodeSession& s, int32_t width, int32_t height) {
+  const ZpakInfo& info = *s.info;
+  uint8_t* uPlane = s.staging + static_cast<size_t>(info.linearScanlines) * info.linearStride;
+  const size_t cs = (static_cast<size_t>(info.linearStride) + 1) >> 1;
+  const size_t chs = (static_cast<size_t>(info.linearScanlines) + 1) >> 1;
+  uint8_t* vPlane = uPlane + cs * chs;
+  const size_t pairs = (static_cast<size_t>(width) + 1) >> 1;
+  const int64_t rows = (static_cast<int64_t>(height) + 1) >> 1;
+  uint8_t chunk[kChromaChunkBytes];
+  for (int64_t r = 0; r < rows; ++r) {
+    uint8_t* u = uPlane + static_cast<size_t>(r) * cs;
+    uint8_t* v = vPlane + static_cast<size_t>(r) * cs;
+    for (size_t done = 0; done < 2 * pairs;) {
+      const size_t want = 2 * pairs - done < kChromaChunkBytes ? 2 * pairs - done : kChromaChunkBytes;
+      const size_t got = std::fread(chunk, 1, want, s.input);
+      for (size_t i = 0; i < got; ++i) {
+        const size_t pair = (done + i) >> 1;
+        (((done + i) & 1) == 0 ? u : v)[pair] = chunk[i];
+      }
+      done += want;
+    }
+  }
+}
+
+// Runs H's frame loop to its end: the end-of-input messages, or the
+// write-failure message (which names the input path).
+void RunRgbaLoop(const EncodeSession& s, int32_t width, int32_t height, const char* inputPath) {
+  const ZpakInfo& info = *s.info;
+  for (unsigned n = 0;; ++n) {
+    std::memset(s.staging, 0, info.epbSize);
+    std::memset(s.compressed, 0, info.bufferSize);
+    if (!ReadRgbaFrame(s, width, height)) break;
+    std::printf("Input Frame Read completed=%u\n", n);
+    FillRgbaConfig(s);
+    EncodeZpakFrame(s.context, s.config);
+    std::printf("Input Frame CONVERSION completed=%u\n", n);
+    if (std::fwrite(s.compressed, info.bufferSize, 1, s.output) != 1) {
+      std::printf("ERROR: Failed to write to file %s", inputPath);
+      return;
+    }
+    std::fflush(s.output);
+  }
+  std::puts(AtEndOfFile(s.input) ? "End of file Reached" : "Incomplete file read");
+  std::puts("Process complete....Exiting ");
+}
+
+// Runs N's frame loop; returns whether the usage text is due (a short Y row,
+// or an encoder failure before a failed write).
+bool RunNv12Loop(const EncodeSession& s, int32_t width, int32_t height,
+                 const char* inputPath) {
+  const ZpakInfo& info = *s.info;
+  const size_t stagingBytes = Nv12StagingBytes(info);
+  const size_t rowBytes = static_cast<size_t>(width);
+  for (unsigned n = 0;; ++n) {
+    std::memset(s.staging, 0, stagingBytes);
+    std::memset(s.compressed, 0, info.bufferSize);
+    for (int32_t i = 0; i < height; ++i) {
+      uint8_t* row = s.staging + static_cast<size_t>(i) * info.linearStride;
+      const size_t got = std::fread(row, 1, rowBytes, s.input);
+      if (got < rowBytes) {
+        std::printf("fread Y plane failed readCount %u", static_cast<unsigned>(got));
+        return true;
+      }
+    }
+    ReadNv12Chroma(s, width, height);
+    std::printf("Input Frame Read completed=%u\n", n);
+    FillNv12Config(s);
+    const bool failed = EncodeZpakFrame(s.context, s.config) == kEncoderFailed;
+    if (std::fwrite(s.compressed, info.bufferSize, 1, s.output) != 1) {
+      std::printf("ERROR: Failed to write to file %s", inputPath);
+      return failed;
+    }
+    std::fflush(s.output);
+  }
+}
+
+}  // namespace
+
+void EncodeRgba8888Command(const char* input, const char* output, int32_t width, int32_t height) {
+  EncodeSession s;
+  bool failed = !OpenFiles(input, output, &s) || !ObtainRecords(&s);
+  if (!failed) {
+    ConfigureZpakContext(s.context, kContextRgba8888);
+    failed = !PrepareBuffers(&s, width, height, kPrepareRgba8888);
+  }
+  if (!failed) {
+    // Tables are built before the loop so that it allocates nothing.
+    FillRgbaConfig(s);
+    PrepareZpakFrameTables(s.context, s.config);
+    std::memset(s.config, 0, sizeof(ZpakConfig));
+    RunRgbaLoop(s, width, height, input);
+  }
+  ReleaseSession(&s);
+  if (failed) PrintUsage();
+}
+
+void EncodeNv12Command(const char* input, const char* output, int32_t width, int32_t height) {
+  EncodeSession s;
+  bool failed = !OpenFiles(input, output, &s) || !ObtainRecords(&s);
+  if (!failed) {
+    ConfigureZpakContext(s.context, kContextNv12);
+    failed = !PrepareBuffers(&s, width, height, kPrepareNv12);
+  }
+  if (!failed) {
+    FillNv12Config(s);
+    PrepareZpakFrameTables(s.context, s.config);
+    std::memset(s.config, 0, sizeof(ZpakConfig));
+    failed = RunNv12Loop(s, width, height, input);
+  }
+  ReleaseSession(&s);
+  if (failed) PrintUsage();
+}
 
 }  // namespace pelcast

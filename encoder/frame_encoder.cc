@@ -1,0 +1,245 @@
+// The frame encoder for NV12 and RGBA8888: cuts the linear frame into tiles,
+// compresses each and stores it in its slot with its metadata byte, at the
+// places the frame decoder reads them from.
+#include "encoder/frame_encoder.h"
+
+#include <cstring>
+
+#include "encoder/frame_store.h"
+#include "encoder/tile_encoder.h"
+
+namespace pelcast {
+namespace {
+
+// NV12 luma tile: 32 x 8 bytes; chroma tile: 16 x 8 U,V pairs; RGBA8888
+// tile: 16 x 4 pixels. Each is 256 bytes.
+constexpr uint64_t kLumaTileWidth = 32;
+constexpr uint64_t kNv12TileHeight = 8;
+constexpr uint64_t kChromaTileWidth = 16;
+constexpr uint64_t kRgbaTileWidth = 16;
+constexpr uint64_t kRgbaTileHeight = 4;
+constexpr uint64_t kRgbaPixelBytes = 4;
+constexpr uint64_t kChromaPairBytes = 2;
+constexpr uint64_t kNv12RowBytes = 32;    // destination row pitch of gathered NV12 tiles
+constexpr uint64_t kRgbaRowBytes = 64;    // and of RGBA8888 tiles
+constexpr uint64_t kHalfSlotBytes = 128;  // short tiles may start in the upper half of a slot
+constexpr uint64_t kHalfSlotMetaLimit = 24;
+constexpr uint64_t kWideTileWidth = 32;   // the 2-byte-pixel gather case
+constexpr uint64_t kWidePixelBytes = 2;
+constexpr uint64_t kSurfaceWide = 2;
+
+// Address grids: macro tiles of 4 x 4 tiles and metadata tiles of 16 x 16
+// tiles, in bytes and rows for NV12 and in pixels and rows for RGBA8888.
+constexpr uint64_t kNv12MacroWidth = 128;
+constexpr uint64_t kNv12MacroHeight = 32;
+constexpr uint64_t kNv12MetaWidth = 512;
+constexpr uint64_t kNv12MetaHeight = 128;
+constexpr uint64_t kRgbaMacroWidth = 64;
+constexpr uint64_t kRgbaMacroHeight = 16;
+constexpr uint64_t kRgbaMetaWidth = 256;
+constexpr uint64_t kRgbaMetaHeight = 64;
+
+uint64_t CeilDiv(uint64_t value, uint64_t divisor) {
+  return value / divisor + (value % divisor != 0 ? 1 : 0);
+}
+
+uint64_t Min(uint64_t a, uint64_t b) { return a < b ? a : b; }
+
+// One plane's walk: where its tiles go and how they are cut.
+struct PlaneWalk {
+  uint8_t* dataPlane;
+  uint8_t* metaPlane;
+  uint64_t tilesPerRow;
+  uint64_t tileRows;
+  uint64_t planeIndex;      // parameter set and gather case
+  uint64_t contextFormat;   // as the tile codecs see it
+  uint64_t rowElements;     // elements per tile row
+  uint64_t elementBytes;
+  uint64_t rows;            // tile rows
+  const uint8_t* source;    // luma or RGBA image
+  const uint8_t* uSource;   // chroma planes
+  const uint8_t* vSource;
+};
+
+// The slot of a tile stored in `units` units: the upper half when it fits
+// there and the slot is the second or third of its group of four.
+uint64_t SlotOffset(const ZpakConfig& config, uint64_t slot, uint64_t meta) {
+  uint64_t offset = kSlotBytes * slot;
+  if (config.addressingMode == 1 && static_cast<int64_t>(meta) < static_cast<int64_t>(kHalfSlotMetaLimit) &&
+      ((slot ^ (slot >> 1)) & 1) != 0) {
+    offset += kHalfSlotBytes;
+  }
+  return offset;
+}
+
+void EncodeTileAt(ZpakContext* context, const ZpakConfig& config, const PlaneWalk& walk,
+                  uint64_t tr, uint64_t tc) {
+  const TileAddressTables& tables = context->addressTables;
+  const uint64_t slot = TileSlot(tables, tr, tc);
+  const uint64_t metaOffset = TileMetaOffset(tables, tr, tc);
+  uint8_t* linear = context->linearTileBuffer;
+  uint8_t* ordered = context->orderedTileBuffer;
+  std::memset(linear, 0, kTileScratchBytes);
+  GatherLinearTile(walk.source, walk.uSource, walk.vSource, tc, tr, linear, config.width,
+                   config.height, config.surfaceFormat, walk.planeIndex);
+  std::memset(ordered, 0, kTileScratchBytes);
+  OrderTile(linear, ordered, walk.rowElements, walk.rows, walk.elementBytes);
+  if (config.altAddressing != 0) {
+    StoreBounded(walk.dataPlane, kSlotBytes * slot, ordered, kSlotBytes, config.compressedEnd);
+    return;
+  }
+  std::memset(linear, 0, kTileScratchBytes);
+  context->contextFormat = walk.contextFormat;
+  context->planeIndex = walk.planeIndex;
+  uint64_t units = 0;
+  EncodeZpakTile(context, ordered, linear, &units);
+  const uint64_t meta = MetadataForUnits(units);
+  StoreBounded(walk.dataPlane, SlotOffset(config, slot, meta), linear,
+               Min(StoredBytesForMetadata(meta), kSlotBytes), config.compressedEnd);
+  const uint8_t metaByte = static_cast<uint8_t>(meta);
+  StoreBounded(walk.metaPlane, metaOffset, &metaByte, 1, config.compressedEnd);
+}
+
+void WalkPlane(ZpakContext* context, const ZpakConfig& config, const PlaneWalk& walk) {
+  for (uint64_t tr = 0; tr < walk.tileRows; ++tr) {
+    for (uint64_t tc = 0; tc < walk.tilesPerRow; ++tc) EncodeTileAt(context, config, walk, tr, tc);
+  }
+}
+
+TileGridLayout Nv12Layout(const ZpakConfig& config) {
+  // Built from width and height, not the aligned fields.
+  return MakeTileGridLayout(SlotRule::kSwizzled, config.width, config.height, kNv12MacroWidth,
+                            kNv12MacroHeight, kLumaTileWidth, kNv12TileHeight, kNv12MetaWidth,
+                            kNv12MetaHeight, config.swizzleEnable, config.surfaceFormat,
+                            config.bypass, config.bankBit);
+}
+
+TileGridLayout RgbaLayout(const ZpakConfig& config) {
+  return MakeTileGridLayout(SlotRule::kSwizzled, config.alignedWidth, config.alignedHeight,
+                            kRgbaMacroWidth, kRgbaMacroHeight, kRgbaTileWidth, kRgbaTileHeight,
+                            kRgbaMetaWidth, kRgbaMetaHeight, config.swizzleEnable,
+                            config.surfaceFormat, config.bypass, config.bankBit);
+}
+
+void EncodeNv12(ZpakContext* context, const ZpakConfig& config) {
+  PrepareTileAddressTables(&context->addressTables, Nv12Layout(config));
+  const uint64_t tilesPerRow = CeilDiv(config.width, kLumaTileWidth);
+  const uint64_t lumaRows = CeilDiv(config.height, kNv12TileHeight);
+  if (lumaRows == 0) return;
+  const PlaneWalk luma{config.yDataPlane, config.yMetaPlane, tilesPerRow, lumaRows, 0,
+                       kContextNv12, kLumaTileWidth, 1, kNv12TileHeight, config.linearY,
+                       nullptr, nullptr};
+  WalkPlane(context, config, luma);
+  // The V plane follows the U plane at (width x height) / 4, as the command lays them out.
+  const uint8_t* vPlane =
+      config.linearUv != nullptr ? config.linearUv + (config.width * config.height) / 4 : nullptr;
+  const PlaneWalk chroma{config.uvDataPlane, config.uvMetaPlane, tilesPerRow, (lumaRows + 1) / 2,
+                         1, kContextNv12, kChromaTileWidth, kChromaPairBytes, kNv12TileHeight,
+                         nullptr, config.linearUv, vPlane};
+  WalkPlane(context, config, chroma);
+}
+
+void EncodeRgba(ZpakContext* context, const ZpakConfig& config) {
+  PrepareTileAddressTables(&context->addressTables, RgbaLayout(config));
+  const PlaneWalk plane{config.yDataPlane, config.yMetaPlane, CeilDiv(config.width, kRgbaTileWidth),
+                        CeilDiv(config.height, kRgbaTileHeight), 0, kContextRgba8888,
+                        kRgbaTileWidth, kRgbaPixelBytes, kRgbaTileHeight, config.linearY,
+                        nullptr, nullptr};
+  WalkPlane(context, config, plane);
+}
+
+// Copies `rows` rows of `rowBytes` bytes from a source with pitch `pitch`
+// starting at (x bytes, y rows) into destination rows `destPitch` apart.
+void CopyRows(const uint8_t* source, uint64_t pitch, uint64_t x, uint64_t y, uint64_t rowBytes,
+              uint64_t rows, uint8_t* destination, uint64_t destPitch) {
+  if (source == nullptr) return;
+  for (uint64_t k = 0; k < rows; ++k) {
+    std::memcpy(destination + k * destPitch, source + (y + k) * pitch + x, rowBytes);
+  }
+}
+
+// Rows and elements of a tile at (x, y) that lie inside an image of the given
+// size.
+uint64_t InsideCount(uint64_t origin, uint64_t tileSpan, uint64_t imageSpan) {
+  return origin < imageSpan ? Min(tileSpan, imageSpan - origin) : 0;
+}
+
+void GatherChroma(const uint8_t* uSource, const uint8_t* vSource, uint64_t tc, uint64_t tr,
+                  uint8_t* destination, uint64_t width, uint64_t height) {
+  if (uSource == nullptr || vSource == nullptr) return;
+  const uint64_t chromaWidth = width / 2;
+  const uint64_t x = kChromaTileWidth * tc;
+  const uint64_t y = kNv12TileHeight * tr;
+  const uint64_t pairs = InsideCount(x, kChromaTileWidth, chromaWidth);
+  const uint64_t rows = InsideCount(y, kNv12TileHeight, height / 2);
+  for (uint64_t k = 0; k < rows; ++k) {
+    const uint8_t* u = uSource + (y + k) * chromaWidth + x;
+    const uint8_t* v = vSource + (y + k) * chromaWidth + x;
+    uint8_t* out = destination + k * kNv12RowBytes;
+    for (uint64_t j = 0; j < pairs; ++j) {
+      out[kChromaPairBytes * j] = u[j];
+      out[kChromaPairBytes * j + 1] = v[j];
+    }
+  }
+}
+
+}  // namespace
+
+bool PrepareZpakFrameTables(ZpakContext* context, const ZpakConfig* config) {
+  if (context == nullptr || config == nullptr) return false;
+  if (config->surfaceFormat == kSurfaceNv12) {
+    return PrepareTileAddressTables(&context->addressTables, Nv12Layout(*config));
+  }
+  if (config->surfaceFormat == kSurfaceRgba8888) {
+    return PrepareTileAddressTables(&context->addressTables, RgbaLayout(*config));
+  }
+  return true;
+}
+
+uint64_t EncodeZpakFrame(ZpakContext* context, const ZpakConfig* config) {
+  if (context == nullptr || config == nullptr) return 0;
+  if (config->surfaceFormat == kSurfaceNv12) EncodeNv12(context, *config);
+  if (config->bypass != 0 || config->surfaceFormat != kSurfaceRgba8888) return 0;
+  EncodeRgba(context, *config);
+  return 0;
+}
+
+void GatherLinearTile(const uint8_t* source, const uint8_t* uSource, const uint8_t* vSource,
+                      uint64_t tileColumn, uint64_t tileRow, uint8_t* destination, uint64_t width,
+                      uint64_t height, uint64_t surfaceFormat, uint64_t planeIndex) {
+  if (destination == nullptr) return;
+  std::memset(destination, 0, kSlotBytes);
+  if (surfaceFormat == kSurfaceNv12 && planeIndex == 1) {
+    GatherChroma(uSource, vSource, tileColumn, tileRow, destination, width, height);
+    return;
+  }
+  uint64_t tileWidth = 0;
+  uint64_t tileHeight = 0;
+  uint64_t pixelBytes = 0;
+  uint64_t destPitch = kRgbaRowBytes;
+  if (surfaceFormat == kSurfaceNv12 && planeIndex == 0) {
+    tileWidth = kLumaTileWidth;
+    tileHeight = kNv12TileHeight;
+    pixelBytes = 1;
+    destPitch = kNv12RowBytes;
+  } else if (surfaceFormat == kSurfaceRgba8888) {
+    tileWidth = kRgbaTileWidth;
+    tileHeight = kRgbaTileHeight;
+    pixelBytes = kRgbaPixelBytes;
+  } else if (surfaceFormat == kSurfaceWide) {
+    tileWidth = kWideTileWidth;
+    tileHeight = kRgbaTileHeight;
+    pixelBytes = kWidePixelBytes;
+  } else {
+    return;
+  }
+  const uint64_t x = tileWidth * tileColumn;
+  const uint64_t y = tileHeight * tileRow;
+  const uint64_t columns = InsideCount(x, tileWidth, width);
+  const uint64_t rows = InsideCount(y, tileHeight, height);
+  if (columns == 0) return;
+  CopyRows(source, pixelBytes * width, pixelBytes * x, y, pixelBytes * columns, rows, destination,
+           destPitch);
+}
+
+}  // namespace pelcast

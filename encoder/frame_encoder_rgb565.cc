@@ -1,0 +1,121 @@
+// The RGB565 frame encoder, the mirror of the RGB565 frame decoder: a slot
+// holds a tile of 32 x 4 pixels as two independently coded half tiles of
+// 16 x 4 pixels, the left half in bytes 0-127 and the right half in bytes
+// 128-255, whatever their length (there is no upper-half placement rule).
+// Each half has its own metadata byte, in metadata columns 2c and 2c + 1.
+#include <cstring>
+
+#include "encoder/frame_encoder.h"
+#include "encoder/frame_store.h"
+#include "encoder/tile_encoder.h"
+
+namespace pelcast {
+namespace {
+
+constexpr uint64_t kHalfWidth = 16;    // pixels of a half tile row
+constexpr uint64_t kTileHeight = 4;
+constexpr uint64_t kPixelBytes = 2;
+constexpr uint64_t kHalfRowBytes = kHalfWidth * kPixelBytes;  // 32
+constexpr uint64_t kHalfBytes = kHalfRowBytes * kTileHeight;  // 128
+constexpr uint64_t kHalvesPerTile = 2;
+constexpr uint64_t kTileRowBytes = kHalvesPerTile * kHalfRowBytes;  // 64
+// Alternative addressing stores only the 64 bytes the decoder reads back: a
+// 16-byte-wide layout of the half tile's first 64 bytes, reordered by 2 x 2
+// and 4-byte steps.
+constexpr uint64_t kAltBytes = 64;
+constexpr uint64_t kAltRowBytes = 16;
+
+// Address grid: macro tiles of 4 x 4 tiles = 128 x 16 pixels, metadata tiles
+// of 16 x 16 half tiles = 256 x 64 pixels.
+constexpr uint64_t kMacroWidth = 128;
+constexpr uint64_t kMacroHeight = 16;
+constexpr uint64_t kTileWidth = 32;
+constexpr uint64_t kMetaWidth = 256;
+constexpr uint64_t kMetaHeight = 64;
+
+uint64_t CeilDiv(uint64_t value, uint64_t divisor) {
+  return value / divisor + (value % divisor != 0 ? 1 : 0);
+}
+
+TileGridLayout Rgb565Layout(const ZpakConfig& config) {
+  return MakeTileGridLayout(SlotRule::kRgb565Banked, config.alignedWidth, config.alignedHeight,
+                            kMacroWidth, kMacroHeight, kTileWidth, kTileHeight, kMetaWidth,
+                            kMetaHeight, config.swizzleEnable, config.surfaceFormat, config.bypass,
+                            config.bankBit);
+}
+
+// Cuts half tile h of tile (tr, tc) out of the linear image, row pitch
+// 2 x width bytes, taking exactly the bytes the decoder would write back.
+void GatherHalf(const ZpakConfig& config, uint64_t tr, uint64_t tc, uint64_t h, uint8_t* out) {
+  std::memset(out, 0, kHalfBytes);
+  if (config.linearY == nullptr) return;
+  const uint64_t pitch = kPixelBytes * config.width;
+  const uint64_t x = kTileRowBytes * tc + kHalfRowBytes * h;
+  if (x >= pitch) return;
+  const uint64_t bytes = pitch - x < kHalfRowBytes ? pitch - x : kHalfRowBytes;
+  for (uint64_t k = 0; k < kTileHeight; ++k) {
+    const uint64_t y = kTileHeight * tr + k;
+    if (y >= config.height) break;
+    std::memcpy(out + k * kHalfRowBytes, config.linearY + y * pitch + x, bytes);
+  }
+}
+
+// The inverse of the decoder's reorder under alternative addressing.
+void OrderAltHalf(const uint8_t* raster, uint8_t* stored) {
+  for (uint64_t r = 0; r < kAltBytes / kAltRowBytes; ++r) {
+    for (uint64_t c = 0; c < kAltRowBytes; ++c) {
+      const uint64_t at = (c % 2) + 2 * (r % 2) + 4 * ((c / 2) % 2) + 8 * ((r / 2) % 2) + 16 * (c / 4);
+      stored[at] = raster[r * kAltRowBytes + c];
+    }
+  }
+}
+
+void EncodeHalf(ZpakContext* context, const ZpakConfig& config, uint64_t tr, uint64_t tc,
+                uint64_t h) {
+  const TileAddressTables& tables = context->addressTables;
+  const uint64_t slotOffset = kSlotBytes * TileSlot(tables, tr, tc) + kHalfBytes * h;
+  uint8_t* raster = context->linearTileBuffer;
+  uint8_t* ordered = context->orderedTileBuffer;
+  GatherHalf(config, tr, tc, h, raster);
+  std::memset(ordered, 0, kTileScratchBytes);
+  if (config.altAddressing != 0) {
+    OrderAltHalf(raster, ordered);
+    StoreBounded(config.yDataPlane, slotOffset, ordered, kAltBytes, config.compressedEnd);
+    return;
+  }
+  OrderTile(raster, ordered, kHalfWidth, kTileHeight, kPixelBytes);
+  std::memset(raster, 0, kTileScratchBytes);
+  context->contextFormat = kContextRgb565;
+  context->planeIndex = 0;
+  uint64_t units = 0;
+  EncodeZpakTile(context, ordered, raster, &units);
+  const uint64_t meta = MetadataForUnits(units);
+  const uint64_t stored = StoredBytesForMetadata(meta);
+  StoreBounded(config.yDataPlane, slotOffset, raster, stored < kHalfBytes ? stored : kHalfBytes,
+               config.compressedEnd);
+  const uint8_t metaByte = static_cast<uint8_t>(meta);
+  StoreBounded(config.yMetaPlane, TileMetaOffset(tables, tr, kHalvesPerTile * tc + h), &metaByte,
+               1, config.compressedEnd);
+}
+
+}  // namespace
+
+bool PrepareZpakFrameTablesRgb565(ZpakContext* context, const ZpakConfig* config) {
+  if (context == nullptr || config == nullptr) return false;
+  return PrepareTileAddressTables(&context->addressTables, Rgb565Layout(*config));
+}
+
+uint64_t EncodeZpakFrameRgb565(ZpakContext* context, const ZpakConfig* config) {
+  if (context == nullptr || config == nullptr || config->bypass != 0) return 0;
+  PrepareTileAddressTables(&context->addressTables, Rgb565Layout(*config));
+  const uint64_t tileRows = CeilDiv(config->height, kTileHeight);
+  const uint64_t tilesPerRow = CeilDiv(config->width, kHalfWidth) / kHalvesPerTile;
+  for (uint64_t tr = 0; tr < tileRows; ++tr) {
+    for (uint64_t tc = 0; tc < tilesPerRow; ++tc) {
+      for (uint64_t h = 0; h < kHalvesPerTile; ++h) EncodeHalf(context, *config, tr, tc, h);
+    }
+  }
+  return 0;
+}
+
+}  // namespace pelcast
