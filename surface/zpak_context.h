@@ -96,6 +96,9 @@ struct ZpakContext {
   // Decode side: the current tile's slot copy and the tile decoder's output.
   alignas(64) uint8_t compressedTileBuffer[kSlotBytes];
   alignas(64) uint8_t decodedTileBuffer[kSlotBytes];
+  // The tile decoder's tile in micro-block order, kept between tiles: a tile
+  // the decoder cannot expand leaves the previous one here.
+  alignas(64) uint8_t stagedTileBuffer[kSlotBytes];
   // Encode side: the gathered tile (then the tile encoder's output) and the
   // tile in micro-block order.
   alignas(64) uint8_t linearTileBuffer[kTileScratchBytes];

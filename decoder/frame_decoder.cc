@@ -1,0 +1,159 @@
+#include "decoder/frame_decoder.h"
+
+#include <algorithm>
+
+#include "decoder/frame_walk.h"
+#include "decoder/micro_block.h"
+#include "decoder/tile_decoder.h"
+#include "surface/tile_addressing.h"
+
+namespace pelcast {
+namespace {
+
+// Geometry of one plane walk: the tile in the data plane and in the tile
+// decoder's output, and the surface's macro-tile and metadata-tile sizes in
+// the units of the plane width (pixels for RGBA8888, bytes for NV12).
+struct PlaneWalk {
+  uint64_t tileWidth;      // pixels or bytes a tile spans across the plane
+  uint64_t tileHeight;     // rows
+  uint64_t tileRowBytes;   // bytes of one decoded tile row
+  uint64_t elementBytes;   // element size of an uncompressed tile
+  uint64_t macroWidth;
+  uint64_t macroHeight;
+  uint64_t metaWidth;
+  uint64_t metaHeight;
+};
+
+constexpr PlaneWalk kRgbaWalk{16, 4, 64, 4, 64, 16, 256, 64};
+constexpr PlaneWalk kLumaWalk{32, 8, 32, 1, 128, 32, 512, 128};
+constexpr PlaneWalk kChromaWalk{32, 8, 32, 2, 128, 32, 512, 128};
+
+uint64_t CeilDiv(uint64_t value, uint64_t divisor) {
+  return value / divisor + (value % divisor != 0 ? 1 : 0);
+}
+
+// Builds (or reuses) the slot and metadata tables of the surface.
+void PrepareTables(ZpakContext* context, const ZpakConfig& config, const PlaneWalk& walk) {
+  const TileGridLayout layout = MakeTileGridLayout(
+      SlotRule::kSwizzled, config.alignedWidth, config.alignedHeight, walk.macroWidth,
+      walk.macroHeight, walk.tileWidth, walk.tileHeight, walk.metaWidth, walk.metaHeight,
+      config.swizzleEnable, config.surfaceFormat, config.bypass, config.bankBit);
+  // Tables that cannot be built read as all zeros, like an unwritten table.
+  PrepareTileAddressTables(&context->addressTables, layout);
+}
+
+// Copies tile (row, column)'s stored bytes into the context's compressed tile
+// buffer and expands them into its decoded tile buffer.
+void FetchAndExpandTile(ZpakContext* context, const ZpakConfig& config, const PlaneSource& data,
+                        const PlaneSource& meta, const PlaneWalk& walk, uint64_t row,
+                        uint64_t column) {
+  const TileAddressTables& tables = context->addressTables;
+  const uint64_t slot = TileSlot(tables, row, column);
+  const uint32_t metadataByte = FetchMetadataByte(meta, TileMetaOffset(tables, row, column));
+  FetchPlaneBytes(data, TileByteOffset(slot, metadataByte, config), kSlotBytes,
+                  context->compressedTileBuffer);
+  if (config.altAddressing == 0) {
+    DecodeTile(context, context->compressedTileBuffer, metadataByte, context->decodedTileBuffer);
+  } else {
+    // Stored uncompressed, already in micro-block order.
+    ReorderMicroBlocks(context->compressedTileBuffer, context->decodedTileBuffer,
+                       walk.elementBytes, walk.tileRowBytes / walk.elementBytes, walk.tileHeight,
+                       MicroBlockDirection::kToRaster);
+  }
+}
+
+// RGBA8888: whole tiles, never clipped, at the larger of the stride and four
+// times the tile count (the stride in every real surface).
+uint64_t DecodeRgba8888Frame(ZpakContext* context, const ZpakConfig& config) {
+  const uint64_t tilesPerRow = CeilDiv(config.width, kRgbaWalk.tileWidth);
+  const uint64_t tileRows = CeilDiv(config.height, kRgbaWalk.tileHeight);
+  const uint64_t pitch = std::max<uint64_t>(config.stride, 4 * tilesPerRow);
+  if (tileRows == 0) return pitch;
+  PrepareTables(context, config, kRgbaWalk);
+  const PlaneSource data = MakePlaneSource(config.yDataPlane, config.compressedEnd);
+  const PlaneSource meta = MakePlaneSource(config.yMetaPlane, config.compressedEnd);
+  for (uint64_t tr = 0; tr < tileRows; ++tr) {
+    for (uint64_t tc = 0; tc < tilesPerRow; ++tc) {
+      FetchAndExpandTile(context, config, data, meta, kRgbaWalk, tr, tc);
+      const TilePlacement at{kRgbaWalk.tileHeight * tr, kRgbaWalk.tileRowBytes * tc,
+                             kRgbaWalk.tileHeight, kRgbaWalk.tileRowBytes};
+      StoreClippedTile(context->decodedTileBuffer, at, config.linearY, pitch, UINT64_MAX,
+                       UINT64_MAX);
+    }
+  }
+  return pitch;
+}
+
+// One NV12 plane: tiles clipped byte by byte to `columnLimit` bytes and
+// `rowLimit` rows of a plane of `pitch` bytes per row.
+struct Nv12PlaneWalk {
+  PlaneSource data;
+  PlaneSource meta;
+  uint64_t planeIndex;
+  const PlaneWalk* walk;
+  uint64_t tileRows;
+  uint64_t tilesPerRow;
+  uint8_t* output;
+  uint64_t pitch;
+  uint64_t rowLimit;
+  uint64_t columnLimit;
+};
+
+void DecodeNv12Plane(ZpakContext* context, const ZpakConfig& config, const Nv12PlaneWalk& plane) {
+  const PlaneWalk& walk = *plane.walk;
+  for (uint64_t tr = 0; tr < plane.tileRows; ++tr) {
+    for (uint64_t tc = 0; tc < plane.tilesPerRow; ++tc) {
+      context->contextFormat = kContextNv12;
+      context->planeIndex = plane.planeIndex;
+      FetchAndExpandTile(context, config, plane.data, plane.meta, walk, tr, tc);
+      const TilePlacement at{walk.tileHeight * tr, walk.tileRowBytes * tc, walk.tileHeight,
+                             walk.tileRowBytes};
+      StoreClippedTile(context->decodedTileBuffer, at, plane.output, plane.pitch, plane.rowLimit,
+                       plane.columnLimit);
+    }
+  }
+}
+
+// NV12: luma rows packed at `width` bytes; the interleaved chroma follows
+// right after width x height luma bytes, at the width rounded up to even.
+uint64_t DecodeNv12Frame(ZpakContext* context, const ZpakConfig& config) {
+  const uint64_t width = config.width;
+  const uint64_t height = config.height;
+  const uint64_t tilesPerRow = CeilDiv(width, kLumaWalk.tileWidth);
+  const uint64_t tileRows = CeilDiv(height, kLumaWalk.tileHeight);
+  if (tileRows == 0) return config.stride;
+  PrepareTables(context, config, kLumaWalk);
+
+  const PlaneSource yData = MakePlaneSource(config.yDataPlane, config.compressedEnd);
+  const Nv12PlaneWalk luma{yData, MakePlaneSource(config.yMetaPlane, config.compressedEnd),
+                           0, &kLumaWalk, tileRows, tilesPerRow, config.linearY, width, height,
+                           width};
+  DecodeNv12Plane(context, config, luma);
+
+  // The chroma tiles reuse the luma tables: chroma tile row r is table row r.
+  const uint64_t chromaPitch = 2 * ((width + 1) / 2);
+  const Nv12PlaneWalk chroma{OffsetPlaneSource(yData, config.uvDataOffset),
+                             MakePlaneSource(config.uvMetaPlane, config.compressedEnd),
+                             1,
+                             &kChromaWalk,
+                             (tileRows + 1) / 2,
+                             tilesPerRow,
+                             config.linearY + width * height,
+                             chromaPitch,
+                             (height + 1) / 2,
+                             chromaPitch};
+  DecodeNv12Plane(context, config, chroma);
+  return config.stride;
+}
+
+}  // namespace
+
+uint64_t DecodeZpakFrame(ZpakContext* context, const ZpakConfig* config) {
+  if (context == nullptr || config == nullptr || config->enable == 0) return 0;
+  if (config->bypass != 0) return config->stride;
+  if (config->surfaceFormat == kSurfaceRgba8888) return DecodeRgba8888Frame(context, *config);
+  if (config->surfaceFormat == kSurfaceNv12) return DecodeNv12Frame(context, *config);
+  return config->stride;
+}
+
+}  // namespace pelcast

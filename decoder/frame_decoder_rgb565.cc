@@ -1,0 +1,101 @@
+// RGB565 frames: every 256-byte slot holds a 32 x 4-pixel tile as two
+// independently coded halves of 16 x 4 pixels (left half in slot bytes
+// 0-127, right half in 128-255), each with its own metadata byte in metadata
+// columns 2c and 2c + 1. Halves always sit at their fixed place in the slot.
+#include <cstring>
+
+#include "decoder/frame_decoder.h"
+#include "decoder/frame_walk.h"
+#include "decoder/micro_block.h"
+#include "decoder/tile_decoder.h"
+#include "surface/tile_addressing.h"
+
+namespace pelcast {
+namespace {
+
+constexpr uint64_t kHalfTileBytes = 128;
+constexpr uint64_t kHalvesPerTile = 2;
+constexpr uint64_t kHalfTileRowBytes = 32;
+constexpr uint64_t kTileRows = 4;
+constexpr uint64_t kHalfTilePixels = 16;  // pixels across one half tile
+constexpr uint64_t kBytesPerPixel = 2;
+
+// Surface geometry in pixels: macro tiles of 128 x 16, metadata tiles of
+// 256 x 64, tiles of 32 x 4.
+constexpr uint64_t kMacroWidth = 128;
+constexpr uint64_t kMacroHeight = 16;
+constexpr uint64_t kTileWidth = 32;
+constexpr uint64_t kMetaWidth = 256;
+constexpr uint64_t kMetaHeight = 64;
+
+// An uncompressed half tile is reordered only as far as its first 64 bytes,
+// read as 4 rows of 16 one-byte elements; the rest of the decoded buffer keeps
+// the previous tile.
+constexpr uint64_t kAltRowElements = 16;
+
+uint64_t CeilDiv(uint64_t value, uint64_t divisor) {
+  return value / divisor + (value % divisor != 0 ? 1 : 0);
+}
+
+void PrepareTables(ZpakContext* context, const ZpakConfig& config) {
+  const TileGridLayout layout = MakeTileGridLayout(
+      SlotRule::kRgb565Banked, config.alignedWidth, config.alignedHeight, kMacroWidth,
+      kMacroHeight, kTileWidth, kTileRows, kMetaWidth, kMetaHeight, config.swizzleEnable,
+      config.surfaceFormat, config.bypass, config.bankBit);
+  PrepareTileAddressTables(&context->addressTables, layout);
+}
+
+// Fetches and expands half `half` of tile (row, column) into the context's
+// decoded tile buffer.
+void DecodeHalfTile(ZpakContext* context, const ZpakConfig& config, const PlaneSource& data,
+                    const PlaneSource& meta, uint64_t row, uint64_t column, uint64_t half) {
+  const TileAddressTables& tables = context->addressTables;
+  const uint64_t slot = TileSlot(tables, row, column);
+  FetchPlaneBytes(data, slot * kSlotBytes + kHalfTileBytes * half, kHalfTileBytes,
+                  context->compressedTileBuffer);
+  const uint32_t metadataByte =
+      FetchMetadataByte(meta, TileMetaOffset(tables, row, kHalvesPerTile * column + half));
+  if (config.altAddressing == 0) {
+    context->contextFormat = kContextRgb565;
+    context->planeIndex = 0;
+    DecodeTile(context, context->compressedTileBuffer, metadataByte, context->decodedTileBuffer);
+  } else {
+    ReorderMicroBlocks(context->compressedTileBuffer, context->decodedTileBuffer, 1,
+                       kAltRowElements, kTileRows, MicroBlockDirection::kToRaster);
+  }
+}
+
+}  // namespace
+
+uint64_t DecodeZpakFrameRgb565(ZpakContext* context, const ZpakConfig* config) {
+  if (context == nullptr || config == nullptr || config->enable == 0) return 0;
+  if (config->bypass != 0) return config->stride;
+  const uint64_t tileRows = CeilDiv(config->height, kTileRows);
+  if (tileRows == 0) return config->stride;
+  // Whole tiles only: an odd count of 16-pixel columns leaves the last one
+  // undecoded.
+  const uint64_t tilesPerRow = CeilDiv(config->width, kHalfTilePixels) / kHalvesPerTile;
+  PrepareTables(context, *config);
+
+  // Only the first half of the compressed tile buffer is refreshed per half
+  // tile; the tile bit reader sees zeros after the half tile's 128 bytes.
+  std::memset(context->compressedTileBuffer + kHalfTileBytes, 0, kSlotBytes - kHalfTileBytes);
+  const PlaneSource data = MakePlaneSource(config->yDataPlane, config->compressedEnd);
+  const PlaneSource meta = MakePlaneSource(config->yMetaPlane, config->compressedEnd);
+  const uint64_t pitch = kBytesPerPixel * config->width;
+  for (uint64_t tr = 0; tr < tileRows; ++tr) {
+    for (uint64_t tc = 0; tc < tilesPerRow; ++tc) {
+      for (uint64_t half = 0; half < kHalvesPerTile; ++half) {
+        DecodeHalfTile(context, *config, data, meta, tr, tc, half);
+        const TilePlacement at{kTileRows * tr,
+                               kHalvesPerTile * kHalfTileRowBytes * tc + kHalfTileRowBytes * half,
+                               kTileRows, kHalfTileRowBytes};
+        StoreClippedTile(context->decodedTileBuffer, at, config->linearY, pitch, config->height,
+                         pitch);
+      }
+    }
+  }
+  return config->stride;
+}
+
+}  // namespace pelcast

@@ -1,0 +1,85 @@
+// What the frame decoders share: bounded access to the planes of the
+// compressed frame buffer, tile fetches that read zeros past its end, and the
+// clipped copy of decoded tile rows into the linear image.
+#pragma once
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <limits>
+
+#include "surface/zpak_context.h"
+
+namespace pelcast {
+
+// A plane of the compressed frame: its first byte and how many bytes from
+// there lie inside the frame buffer.
+struct PlaneSource {
+  const uint8_t* base;
+  uint64_t available;
+};
+
+// `plane` bounded by the descriptor's compressedEnd; without an end the
+// caller vouches for every byte the tiles address.
+inline PlaneSource MakePlaneSource(const uint8_t* plane, const uint8_t* end) {
+  if (plane == nullptr) return PlaneSource{nullptr, 0};
+  if (end == nullptr) return PlaneSource{plane, std::numeric_limits<uint64_t>::max()};
+  const auto first = reinterpret_cast<uintptr_t>(plane);
+  const auto last = reinterpret_cast<uintptr_t>(end);
+  return PlaneSource{plane, first < last ? last - first : 0};
+}
+
+// The plane that starts `offset` bytes into `source` (empty when that lies
+// past the end).
+inline PlaneSource OffsetPlaneSource(const PlaneSource& source, uint64_t offset) {
+  if (offset >= source.available) return PlaneSource{nullptr, 0};
+  return PlaneSource{source.base + offset, source.available - offset};
+}
+
+// Copies `count` bytes from `offset` into `destination`; bytes at and past
+// the end of the frame buffer read as zero.
+inline void FetchPlaneBytes(const PlaneSource& source, uint64_t offset, uint64_t count,
+                            uint8_t* destination) {
+  uint64_t inside = 0;
+  if (offset < source.available) inside = std::min(count, source.available - offset);
+  if (inside != 0) std::memcpy(destination, source.base + offset, inside);
+  if (inside < count) std::memset(destination + inside, 0, count - inside);
+}
+
+// One metadata byte; 0 past the end of the frame buffer.
+inline uint32_t FetchMetadataByte(const PlaneSource& source, uint64_t offset) {
+  return offset < source.available ? source.base[offset] : 0;
+}
+
+// Short tiles (at most two 64-byte units) in slots 1 and 2 of every group of
+// four start in the upper half of their slot.
+inline constexpr uint32_t kHalfSlotMaxMetadata = 23;
+inline constexpr uint64_t kHalfSlotBytes = kSlotBytes / 2;
+
+inline uint64_t TileByteOffset(uint64_t slot, uint32_t metadataByte, const ZpakConfig& config) {
+  const bool upperHalf = config.addressingMode == 1 && config.altAddressing == 0 &&
+                         metadataByte <= kHalfSlotMaxMetadata && ((slot ^ (slot >> 1)) & 1) != 0;
+  return slot * kSlotBytes + (upperHalf ? kHalfSlotBytes : 0);
+}
+
+// Copies the rows of a decoded tile into a linear plane, clipped to
+// `rowLimit` rows and `columnLimit` bytes of the plane. The tile's top-left
+// byte goes to column `column`, row `row` of the plane.
+struct TilePlacement {
+  uint64_t row;
+  uint64_t column;
+  uint64_t tileRows;
+  uint64_t tileRowBytes;
+};
+
+inline void StoreClippedTile(const uint8_t* tile, const TilePlacement& at, uint8_t* plane,
+                             uint64_t pitch, uint64_t rowLimit, uint64_t columnLimit) {
+  if (at.column >= columnLimit || at.row >= rowLimit) return;
+  const uint64_t bytes = std::min(at.tileRowBytes, columnLimit - at.column);
+  const uint64_t rows = std::min(at.tileRows, rowLimit - at.row);
+  for (uint64_t k = 0; k < rows; ++k) {
+    std::memcpy(plane + (at.row + k) * pitch + at.column, tile + k * at.tileRowBytes, bytes);
+  }
+}
+
+}  // namespace pelcast

@@ -1,0 +1,72 @@
+// Micro-block order: raw tiles, the tile decoder's staging buffer and
+// uncompressed (alternative-addressing) slots hold a tile cut into 4 x 4
+// micro-blocks, band of four rows by band, micro-blocks left to right, and
+// inside a micro-block the 16 elements in Z order (x bit 0, y bit 0, x bit 1,
+// y bit 1, least significant first).
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+namespace pelcast {
+
+inline constexpr uint64_t kMicroBlockSide = 4;
+inline constexpr uint64_t kMicroBlockElements = 16;
+
+// Position in micro-block order of the element at column x, row y of a tile
+// with `rowElements` elements to a row.
+constexpr uint64_t MicroBlockElement(uint64_t x, uint64_t y, uint64_t rowElements) {
+  const uint64_t inBlock = (x & 1) | (y & 1) << 1 | (x & 2) << 1 | (y & 2) << 2;
+  const uint64_t block = (y / kMicroBlockSide) * (rowElements / kMicroBlockSide) + x / kMicroBlockSide;
+  return block * kMicroBlockElements + inBlock;
+}
+
+// Direction of a reorder between a raster tile and micro-block order.
+enum class MicroBlockDirection { kToRaster, kToMicroBlocks };
+
+namespace micro_block_detail {
+
+template <size_t kElementBytes>
+void Reorder(const uint8_t* source, uint8_t* destination, uint64_t rowElements, uint64_t rows,
+             MicroBlockDirection direction) {
+  for (uint64_t y = 0; y < rows; ++y) {
+    for (uint64_t x = 0; x < rowElements; ++x) {
+      const uint64_t raster = (y * rowElements + x) * kElementBytes;
+      const uint64_t ordered = MicroBlockElement(x, y, rowElements) * kElementBytes;
+      if (direction == MicroBlockDirection::kToRaster) {
+        std::memcpy(destination + raster, source + ordered, kElementBytes);
+      } else {
+        std::memcpy(destination + ordered, source + raster, kElementBytes);
+      }
+    }
+  }
+}
+
+}  // namespace micro_block_detail
+
+// Moves a tile of `rows` x `rowElements` elements of `elementBytes` bytes
+// between raster order and micro-block order. `rows` and `rowElements` are
+// multiples of 4; source and destination do not overlap.
+inline void ReorderMicroBlocks(const uint8_t* source, uint8_t* destination, uint64_t elementBytes,
+                               uint64_t rowElements, uint64_t rows, MicroBlockDirection direction) {
+  using micro_block_detail::Reorder;
+  switch (elementBytes) {
+    case 1:
+      Reorder<1>(source, destination, rowElements, rows, direction);
+      break;
+    case 2:
+      Reorder<2>(source, destination, rowElements, rows, direction);
+      break;
+    case 4:
+      Reorder<4>(source, destination, rowElements, rows, direction);
+      break;
+    case 8:
+      Reorder<8>(source, destination, rowElements, rows, direction);
+      break;
+    default:
+      break;  // no plane has other element sizes; the tile decoder refuses them
+  }
+}
+
+}  // namespace pelcast
