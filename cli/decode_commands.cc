@@ -1,12 +1,278 @@
+// Commands U, G and B: a file of ZPAK frames to a file of linear NV12,
+// RGBA8888 or RGB565 frames. One skeleton serves all three: open the files,
+// set up the codec context and descriptor, print the plane geometry, check
+// the input size, then read, decode and write frame after frame.
+#include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 
 #include "cli/commands.h"
+#include "cli/file_io.h"
+#include "decoder/frame_decoder.h"
+#include "surface/plane_geometry.h"
+#include "surface/zpak_context.h"
 
 namespace pelcast {
+namespace {
 
-// Placeholders until the decoder lands.
-void DecodeNv12Command(const char*, const char*, int32_t, int32_t) {}
-void DecodeRgba8888Command(const char*, const char*, int32_t, int32_t) {}
-void DecodeRgb565Command(const char*, const char*, int32_t, int32_t) {}
+constexpr uint64_t kAddressingMode = 1;
+constexpr uint64_t kSwizzleEnable = 1;
+constexpr uint64_t kBankBit = 15;
+constexpr uint32_t kRgbaBytesPerPixel = 4;
+constexpr uint32_t kRgb565BytesPerPixel = 2;
+
+enum class LinearLayout { kNv12, kRgba8888, kRgb565 };
+
+struct DecodeCommand {
+  PlaneFormat planeFormat;
+  LinearLayout layout;
+  uint64_t contextFormat;
+  uint64_t surfaceFormat;
+  const char* banner;
+  // B opens its output right after its input, before testing either.
+  bool openOutputWithInput;
+};
+
+constexpr DecodeCommand kNv12Command{PlaneFormat::kNv12, LinearLayout::kNv12, kContextNv12,
+                                     kSurfaceNv12, "Converting buffer from ZPAK to NV12", false};
+constexpr DecodeCommand kRgba8888Command{PlaneFormat::kRgba8888, LinearLayout::kRgba8888,
+                                         kContextRgba8888, kSurfaceRgba8888,
+                                         "Converting buffer from ZPAK to RGBA8888", false};
+constexpr DecodeCommand kRgb565Command{PlaneFormat::kRgb565, LinearLayout::kRgb565,
+                                       kContextRgb565, kSurfaceRgb565,
+                                       "Converting buffer from ZPAK to RGB565", true};
+
+constexpr char kOpenFailed[] = "ERROR: Unable to open File %s\n";
+
+// Everything a command obtains, released in one place.
+struct DecodeSession {
+  const char* inputPath;
+  const char* outputPath;
+  int32_t width;
+  int32_t height;
+  FILE* input;
+  FILE* output;
+  ZpakConfig* config;
+  ZpakContext* context;
+  uint8_t* frameBuffer;
+  uint8_t* outputBuffer;
+  PlaneGeometry geometry;
+};
+
+bool OpenFiles(const DecodeCommand& command, DecodeSession* s) {
+  s->input = OpenInput(s->inputPath);
+  if (command.openOutputWithInput) s->output = OpenOutput(s->outputPath, s->inputPath);
+  if (s->input == nullptr) {
+    std::printf(kOpenFailed, s->inputPath);
+    return false;
+  }
+  if (!command.openOutputWithInput) s->output = OpenOutput(s->outputPath, s->inputPath);
+  if (s->output == nullptr) {
+    std::printf(kOpenFailed, s->outputPath);
+    return false;
+  }
+  return true;
+}
+
+void PrintGeometry(const PlaneGeometry& g) {
+  std::printf("Y_Stride %u, Y_BufLength %u,\n", g.yStride, g.yBufLength);
+  std::printf("UV_Stride %u, UV_BufLength %u,\n", g.uvStride, g.uvBufLength);
+  std::printf("Y_Meta_Stride %u, Y_Meta_BufLength %u,\n", g.yMetaStride, g.yMetaBufLength);
+  std::printf("UV_Meta_Stride %u, UV_Meta_BufLength %u,\n", g.uvMetaStride, g.uvMetaBufLength);
+  std::printf("Y_Meta_Buf_Size %u, Y_Data_Buf_Size %u\n", g.yMetaBufSize, g.yDataBufSize);
+  std::printf("UV_Meta_Buf_Size %u, UV_Data_Buf_Size %u\n", g.uvMetaBufSize, g.uvDataBufSize);
+  std::printf("Aligned ZPAK Buffer Size %u\n", g.frameSize);
+  std::printf("Output YUV Buf Size %u\n", g.outputSize);
+}
+
+// The input's size as a 32-bit value (larger files wrap); leaves the stream
+// at its start with the end-of-file mark cleared.
+uint32_t InputSize(FILE* input) {
+  std::fseek(input, 0, SEEK_END);
+  const long end = std::ftell(input);
+  std::fseek(input, 0, SEEK_SET);
+  return static_cast<uint32_t>(end);
+}
+
+void WarnIfPartialFrames(uint32_t fileSize, uint32_t frameSize) {
+  const bool whole = frameSize == 0 ? fileSize == 0 : fileSize % frameSize == 0;
+  if (whole) return;
+  std::puts("WARN:FileSize is not multiple of calculated ZPAK buffer size.");
+  std::printf("WARN:inputFileSize %u ZPAKBufSize %u\n", fileSize, frameSize);
+}
+
+void FillDescriptor(const DecodeCommand& command, const DecodeSession& s) {
+  const PlaneGeometry& g = s.geometry;
+  ZpakConfig* c = s.config;
+  c->yMetaPlane = s.frameBuffer;
+  c->yDataPlane = s.frameBuffer + g.yMetaBufSize;
+  c->uvMetaPlane = c->yDataPlane + g.yDataBufSize;
+  c->linearY = s.outputBuffer;
+  c->bypass = 0;
+  c->altAddressing = 0;
+  c->alignedHeight = g.yBufLength;
+  c->stride = g.yStride;
+  c->uvDataOffset = g.yDataBufSize;
+  switch (command.layout) {
+    case LinearLayout::kNv12:
+      c->width = static_cast<uint64_t>(s.width);
+      c->height = static_cast<uint64_t>(s.height);
+      c->alignedWidth = g.yStride;
+      c->uvDataOffset = uint64_t{g.yDataBufSize} + g.uvMetaBufSize;
+      break;
+    case LinearLayout::kRgba8888:
+      c->width = c->alignedWidth = g.yStride / kRgbaBytesPerPixel;
+      c->height = g.yBufLength;
+      break;
+    case LinearLayout::kRgb565:
+      c->width = c->alignedWidth = g.yStride / kRgb565BytesPerPixel;
+      c->height = g.yBufLength;
+      break;
+  }
+  c->surfaceFormat = command.surfaceFormat;
+  c->addressingMode = kAddressingMode;
+  c->swizzleEnable = kSwizzleEnable;
+  c->bankBit = kBankBit;
+  c->enable = 1;
+  c->compressedEnd = s.frameBuffer + g.frameSize;
+}
+
+// Exchanges the red and blue fields of every 16-bit little-endian pixel.
+void SwapRedAndBlue(uint8_t* buffer, uint32_t bytes) {
+  constexpr uint32_t kGreen = 0x07E0;
+  constexpr uint32_t kLowField = 0x001F;
+  constexpr uint32_t kHighFieldShift = 11;
+  for (uint32_t i = 0; i + 1 < bytes; i += 2) {
+    const uint32_t p = buffer[i] | static_cast<uint32_t>(buffer[i + 1]) << 8;
+    const uint32_t swapped = (p & kGreen) | (p >> kHighFieldShift) | ((p & kLowField) << kHighFieldShift);
+    buffer[i] = static_cast<uint8_t>(swapped);
+    buffer[i + 1] = static_cast<uint8_t>(swapped >> 8);
+  }
+}
+
+// Writes `rows` rows of `rowBytes` bytes taken `pitch` apart from `buffer`;
+// bytes a row would take from past the end of the buffer are written as
+// zeros. Row writes are not checked.
+void WriteRows(FILE* output, const uint8_t* buffer, uint64_t bufferBytes, uint64_t rowBytes,
+               uint64_t rows, uint64_t pitch) {
+  static constexpr uint8_t kZeros[4096] = {};
+  for (uint64_t i = 0; i < rows; ++i) {
+    const uint64_t start = i * pitch;
+    const uint64_t inside = start < bufferBytes ? std::min(rowBytes, bufferBytes - start) : 0;
+    if (inside != 0) std::fwrite(buffer + start, 1, inside, output);
+    for (uint64_t left = rowBytes - inside; left != 0;) {
+      const uint64_t chunk = std::min<uint64_t>(left, sizeof kZeros);
+      std::fwrite(kZeros, 1, chunk, output);
+      left -= chunk;
+    }
+  }
+}
+
+// Writes one decoded frame; false when U's single write falls short.
+bool WriteFrame(const DecodeCommand& command, const DecodeSession& s) {
+  const PlaneGeometry& g = s.geometry;
+  const uint64_t rows = s.height >= 1 ? static_cast<uint64_t>(s.height) : 0;
+  switch (command.layout) {
+    case LinearLayout::kNv12: {
+      const auto bytes = static_cast<size_t>(int64_t{s.width} * s.height * 3 / 2);
+      return std::fwrite(s.outputBuffer, 1, bytes, s.output) == bytes;
+    }
+    case LinearLayout::kRgba8888:
+      WriteRows(s.output, s.outputBuffer, g.outputSize, uint64_t{kRgbaBytesPerPixel} * s.width,
+                rows, g.yStride);
+      return true;
+    case LinearLayout::kRgb565:
+      if (g.outputSize != 0) SwapRedAndBlue(s.outputBuffer, g.outputSize);
+      WriteRows(s.output, s.outputBuffer, g.outputSize, uint64_t{kRgb565BytesPerPixel} * s.width,
+                rows, g.yStride);
+      return true;
+  }
+  return true;
+}
+
+// The frame loop. Buffers are not cleared between frames: a frame is decoded
+// only after a complete read has replaced every byte of the frame buffer, and
+// the decoders rewrite every output byte that is written out (and, for B,
+// every byte the red/blue swap touches) on every frame of these geometries.
+bool DecodeFrames(const DecodeCommand& command, DecodeSession* s) {
+  const uint32_t frameSize = s->geometry.frameSize;
+  uint32_t frame = 0;
+  while (std::fread(s->frameBuffer, frameSize, 1, s->input) == 1) {
+    std::printf("Input Frame Read completed=%u\n", frame);
+    FillDescriptor(command, *s);
+    if (command.layout == LinearLayout::kRgb565) {
+      DecodeZpakFrameRgb565(s->context, s->config);
+    } else {
+      DecodeZpakFrame(s->context, s->config);
+    }
+    if (!WriteFrame(command, *s)) {
+      std::printf("ERROR: Failed to write to file %s", s->outputPath);
+      return false;
+    }
+    std::fflush(s->output);
+    ++frame;
+  }
+  std::puts(AtEndOfFile(s->input) ? "End of file Reached" : "Incomplete file read");
+  std::puts("Process complete. Exiting..");
+  return true;
+}
+
+bool Convert(const DecodeCommand& command, DecodeSession* s) {
+  s->config = static_cast<ZpakConfig*>(std::calloc(1, sizeof(ZpakConfig)));
+  s->context = AllocateZpakContext();
+  if (s->config == nullptr || s->context == nullptr) {
+    std::printf("ERROR: Allocation Failed pZPAKConfig %p, hZPAK %p\n",
+                static_cast<void*>(s->config), static_cast<void*>(s->context));
+    return false;
+  }
+  ConfigureZpakContext(s->context, command.contextFormat);
+  std::puts(command.banner);
+  s->geometry = ComputePlaneGeometry(command.planeFormat, s->width, s->height);
+  PrintGeometry(s->geometry);
+  WarnIfPartialFrames(InputSize(s->input), s->geometry.frameSize);
+  if (const char* problem = DecodeSizeProblem(command.planeFormat, s->width, s->height)) {
+    std::puts(problem);
+    return false;
+  }
+  s->frameBuffer = AllocateZeroed(s->geometry.frameSize);
+  s->outputBuffer = AllocateZeroed(s->geometry.outputSize);
+  if (s->frameBuffer == nullptr || s->outputBuffer == nullptr) {
+    std::printf("ERROR: Buffer allocation failed frm_buf_tile %p frm_buf %p\n",
+                static_cast<void*>(s->frameBuffer), static_cast<void*>(s->outputBuffer));
+    return false;
+  }
+  return DecodeFrames(command, s);
+}
+
+void RunDecodeCommand(const DecodeCommand& command, const char* inputPath, const char* outputPath,
+                      int32_t width, int32_t height) {
+  DecodeSession s{};
+  s.inputPath = inputPath;
+  s.outputPath = outputPath;
+  s.width = width;
+  s.height = height;
+  const bool succeeded = OpenFiles(command, &s) && Convert(command, &s);
+  std::free(s.frameBuffer);
+  std::free(s.outputBuffer);
+  ReleaseZpakContext(s.context);
+  std::free(s.config);
+  CloseFile(s.input);
+  CloseFile(s.output);
+  if (!succeeded) PrintUsage();
+}
+
+}  // namespace
+
+void DecodeNv12Command(const char* input, const char* output, int32_t width, int32_t height) {
+  RunDecodeCommand(kNv12Command, input, output, width, height);
+}
+
+void DecodeRgba8888Command(const char* input, const char* output, int32_t width, int32_t height) {
+  RunDecodeCommand(kRgba8888Command, input, output, width, height);
+}
+
+void DecodeRgb565Command(const char* input, const char* output, int32_t width, int32_t height) {
+  RunDecodeCommand(kRgb565Command, input, output, width, height);
+}
 
 }  // namespace pelcast
