@@ -157,29 +157,18 @@ TEST(TileStats, HandMadeFramesGiveKnownCounts) {
   }
 }
 
-TEST(TileStats, TotalsAndTableLayout) {
+TEST(TileStats, TableColumnsLineUp) {
   const PlaneStats y{"Y", 1, 1, 4, {1, 0, 0, 0, 0, 0}, 0};
   const PlaneStats uv{"UV", 123456789, 987654321, 493827156, {1, 2, 3, 4, 5, 6}, 1234567};
-  const FrameReport report = MakeFrameReport(0, {y, uv});
-  ASSERT_EQ(report.planes.size(), 3u);
-  const PlaneStats& all = report.planes[2];
-  EXPECT_EQ(all.name, "all");
-  EXPECT_EQ(all.tiles, 123456790u);
-  EXPECT_EQ(all.unitsUsed, 987654322u);
-  EXPECT_EQ(all.rawUnits, 493827160u);
-  EXPECT_EQ(all.tilesByClass, (std::array<uint64_t, 6>{2, 2, 3, 4, 5, 6}));
-  EXPECT_EQ(all.irregularMetadata, 1234567u);
-  EXPECT_EQ(MakeFrameReport(0, {y}).planes.size(), 1u);  // one plane: no total
-
   // Every line after the title is as long as the header, and each figure
   // ends where its column label ends.
-  const std::string table = FormatFrameTable(report);
+  const std::string table = FormatFrameTable(MakeFrameReport(0, {y, uv}));
   std::vector<std::string> lines;
   for (size_t start = 1, end; (end = table.find('\n', start)) != std::string::npos;
        start = end + 1) {
     lines.push_back(table.substr(start, end - start));
   }
-  ASSERT_EQ(lines.size(), 5u);
+  ASSERT_EQ(lines.size(), 5u);  // title, header, Y, UV and their total
   EXPECT_EQ(lines[0], "frame 0");
   for (size_t i = 2; i < lines.size(); ++i) EXPECT_EQ(lines[i].size(), lines[1].size()) << lines[i];
   EXPECT_EQ(lines[2].substr(lines[1].find("ratio"), 5), "0.250");
