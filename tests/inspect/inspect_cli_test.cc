@@ -96,7 +96,8 @@ TEST(InspectCli, FiguresOfEveryFrameWithProgressAndWarning) {
       R"({"plane": "UV", "tiles": 2, "units": 8, "rawUnits": 8, "ratio": 1.000000, )"
       R"("tilesByUnits": {"1": 0, "2": 0, "3": 0, "4": 0, "raw": 2, "other": 0})",
       R"({"plane": "all", "tiles": 6, "units": 12, "rawUnits": 24, "ratio": 0.500000)",
-      R"({"frame": 1, "planes": [{"plane": "Y", "tiles": 4, "units": 12)",
+      R"({"frame": 1, "planes": [)",
+      R"({"plane": "Y", "tiles": 4, "units": 12)",
       R"({"plane": "UV", "tiles": 2, "units": 4, "rawUnits": 8, "ratio": 0.500000)",
   };
   size_t at = 0;
