@@ -30,7 +30,8 @@
 //   its residuals disappear while its base stays, so the flag is always used
 //   when it can be.
 // * RGB565 without the transform: the components carry into each other when
-//   packed; see rgb565_direct.cc.
+//   packed; see rgb565_direct.cc, which also says where that plan stops short
+//   of the format's optimum (escapes that only pay through the carries).
 //
 // Every plan is sized before anything is written; the stream is written only
 // when it is shorter than the raw tile.
@@ -258,7 +259,6 @@ uint32_t PlanWithFlag(const PlaneCodecParams& p, const TileSamples& input, bool 
   plan->colourFlag = colour ? 1 : 0;
   plan->alphaFlag = ConstantLastComponent(p, input) ? 1 : 0;
   plan->codedComponents = static_cast<uint32_t>(p.componentCount) - plan->alphaFlag;
-  const bool packed565 = p.packingCode == kPackingRgb565;
   for (uint64_t c = 0; c < p.componentCount; ++c) {
     const ComponentCodecParams& cp = p.components[c];
     const bool widened = colour && (c == 1 || c == 2);
@@ -280,11 +280,10 @@ uint32_t PlanWithFlag(const PlaneCodecParams& p, const TileSamples& input, bool 
         stream.base = static_cast<uint32_t>(input.samples[0][c][0]);
         continue;
       }
-      // Transformed components must come out exact; all others only modulo
-      // their packed width (bytes; RGB565 is planned elsewhere).
+      // Transformed components must come out exact; byte-packed ones only
+      // modulo 256.
       const bool exact = colour && c < 3;
-      const ComponentRule rule{exact || packed565 ? 0 : kByteBits, plan->codedBits[c],
-                               plan->escapeCode[c]};
+      const ComponentRule rule{exact ? 0 : kByteBits, plan->codedBits[c], plan->escapeCode[c]};
       bits += PlanComponent(work.samples[b][c], rule, &stream);
     }
   }
@@ -324,24 +323,35 @@ void WritePlan(const PlaneCodecParams& p, const TilePlan& plan, uint8_t* output)
   FlushBits(&writer);
 }
 
-// The shortest plan of the tile; its bits are kInfeasibleBits or more when
-// nothing shorter than `limitBits` exists for RGB565 without the transform.
-void PlanTile(const PlaneCodecParams& p, const TileSamples& tile, uint32_t limitBits,
-              TilePlan* best, TilePlan* scratch) {
-  PlanWithFlag(p, tile, false, best);
+// The shortest plan of the tile.
+void PlanTile(const PlaneCodecParams& p, const TileSamples& tile, TilePlan* best,
+              TilePlan* scratch) {
   const bool colourPossible = p.hasColourFlag != 0 && p.blockArrangement == kSingleBlock &&
                               p.componentCount >= 3;
   if (p.packingCode == kPackingRgb565) {
-    if (colourPossible) PlanWithFlag(p, tile, true, best);
-    // Only a stream that fits decides the size, so the carry-aware search runs
-    // only when the transform did not already fit.
-    if (best->bits > limitBits || !colourPossible) {
-      PlanRgb565Direct(tile, limitBits, scratch);
-      if (scratch->bits < best->bits) *best = *scratch;
-    }
-    return;
+    PlanRgb565Direct(tile, best);
+  } else {
+    PlanWithFlag(p, tile, false, best);
   }
   if (colourPossible && PlanWithFlag(p, tile, true, scratch) < best->bits) *best = *scratch;
+}
+
+// The plane parameters selected by the context, or null for counts the
+// codec does not handle.
+const PlaneCodecParams* SelectPlane(const ZpakContext& context) {
+  const PlaneCodecParams& p = context.planes[context.planeIndex != 0 ? 1 : 0];
+  if (p.componentCount > kMaxComponents || p.blockCount > kMaxBlocks) return nullptr;
+  return &p;
+}
+
+// Plans the tile when the plane is one the encoder compresses.
+bool PlanOrderedTile(const PlaneCodecParams& p, const uint8_t* ordered, TilePlan* best) {
+  if (!PlaneSupported(p) || p.componentCount == 0 || p.blockCount == 0) return false;
+  TilePlan scratch;
+  TileSamples tile;
+  SplitTile(p, ordered, &tile);
+  PlanTile(p, tile, best, &scratch);
+  return true;
 }
 
 }  // namespace
@@ -351,34 +361,36 @@ int64_t EncodeZpakTile(ZpakContext* context, const uint8_t* ordered, uint8_t* ou
   if (context == nullptr || ordered == nullptr || output == nullptr || unitCount == nullptr) {
     return 0;
   }
-  const PlaneCodecParams& p = context->planes[context->planeIndex != 0 ? 1 : 0];
-  if (p.componentCount > kMaxComponents || p.blockCount > kMaxBlocks) return 0;
+  const PlaneCodecParams* plane = SelectPlane(*context);
+  if (plane == nullptr) return 0;
+  const PlaneCodecParams& p = *plane;
   std::memset(output, 0, kOutputBytes);
-
-  const uint64_t rawBytes = p.rawTileBits / kByteBits;
-  if (PlaneSupported(p) && p.componentCount != 0 && p.blockCount != 0) {
-    const uint64_t unitShift = p.unitShift;
-    const uint64_t unitBits = uint64_t{1} << unitShift;
-    // The largest stream that still stores in fewer units than the raw tile.
-    const uint64_t rawUnits = (p.rawTileBits + unitBits - 1) >> unitShift;
-    const uint32_t limitBits = static_cast<uint32_t>((rawUnits - 1) << unitShift);
-    TilePlan best;
-    TilePlan scratch;
-    TileSamples tile;
-    SplitTile(p, ordered, &tile);
-    PlanTile(p, tile, limitBits, &best, &scratch);
-    const uint64_t units = (best.bits + unitBits - 1) >> unitShift;
-    if ((units << unitShift) < p.rawTileBits) {
+  TilePlan best;
+  if (PlanOrderedTile(p, ordered, &best)) {
+    // Round up to whole units; keep the stream only when it is shorter than
+    // the raw tile (a stream filling the raw size would read back as raw).
+    const uint64_t unitBits = uint64_t{1} << p.unitShift;
+    const uint64_t units = (best.bits + unitBits - 1) >> p.unitShift;
+    if ((units << p.unitShift) < p.rawTileBits) {
       WritePlan(p, best, output);
       *unitCount = units;
       return kTileStored;
     }
   }
   // Raw fallback: the tile as given, already in micro-block order.
+  const uint64_t rawBytes = p.rawTileBits / kByteBits;
   std::memcpy(output, ordered, rawBytes < kOutputBytes ? rawBytes : kOutputBytes);
   constexpr uint64_t kWidestShift = 63;
   *unitCount = (rawBytes * kByteBits) >> (p.unitShift < kWidestShift ? p.unitShift : kWidestShift);
   return kTileStored;
+}
+
+uint64_t PlannedTileBits(ZpakContext* context, const uint8_t* ordered) {
+  if (context == nullptr || ordered == nullptr) return 0;
+  const PlaneCodecParams* plane = SelectPlane(*context);
+  TilePlan best;
+  if (plane == nullptr || !PlanOrderedTile(*plane, ordered, &best)) return 0;
+  return best.bits;
 }
 
 }  // namespace pelcast

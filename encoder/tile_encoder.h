@@ -17,4 +17,9 @@ namespace pelcast {
 int64_t EncodeZpakTile(ZpakContext* context, const uint8_t* ordered, uint8_t* output,
                        uint64_t* unitCount);
 
+// Length in bits of the stream EncodeZpakTile would write for `ordered`
+// before deciding between it and the raw tile; 0 for a plane it only stores
+// raw. For measurements and tests.
+uint64_t PlannedTileBits(ZpakContext* context, const uint8_t* ordered);
+
 }  // namespace pelcast

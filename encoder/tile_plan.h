@@ -74,10 +74,8 @@ inline int32_t GradientPrediction(const int32_t* v, int x, int y, int32_t base) 
 // Bits of one group: its code and four fields of `width` bits.
 constexpr uint32_t GroupBits(uint32_t width) { return kCodeBits + kGroupSize * width; }
 
-// RGB565 without the colour transform: chooses escapes and base values with
-// the carries between the packed components in mind (see rgb565_direct.cc).
-// Fills `plan` and returns its length in bits; when no choice fits in
-// `limitBits` the returned length is above it and the plan is unusable.
-uint32_t PlanRgb565Direct(const TileSamples& tile, uint32_t limitBits, TilePlan* plan);
+// RGB565 without the colour transform, where the packed components carry into
+// each other (see rgb565_direct.cc). Fills `plan`; returns its length in bits.
+uint32_t PlanRgb565Direct(const TileSamples& tile, TilePlan* plan);
 
 }  // namespace pelcast

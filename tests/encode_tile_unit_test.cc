@@ -1,0 +1,143 @@
+// The tile encoder: shortest streams against a brute-force search, the unit
+// rounding and raw fallback, and its early exits.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "encoder/tile_encoder.h"
+#include "surface/zpak_context.h"
+#include "tests/brute_force_tile.h"
+#include "tests/brute_force_tiles.h"
+#include "tests/test_support.h"
+
+namespace pelcast::testing {
+namespace {
+
+using brute::Plane;
+
+// Tiles searched per plane and pattern; the brute force is slow under the
+// sanitizers, so fewer there.
+#if defined(__SANITIZE_ADDRESS__)
+constexpr uint32_t kSeedsPerPattern = 1;
+#else
+constexpr uint32_t kSeedsPerPattern = 4;
+#endif
+
+TEST(TileEncoder, StreamsAreAsShortAsTheBruteForceFinds) {
+  for (const PlaneCase& pc : kPlaneCases) {
+    ZpakContext* context = NewContext(pc);
+    for (Pattern pattern : kAllPatterns) {
+      for (uint32_t seed = 1; seed <= kSeedsPerPattern; ++seed) {
+        const std::vector<uint8_t> raster = MakeTile(pc.plane, pattern, seed);
+        const std::vector<uint8_t> ordered = ToMicroBlocks(pc.plane, raster);
+        const int64_t expectedBits = brute::ShortestStreamBits(pc.plane, raster);
+        const uint64_t planned = PlannedTileBits(context, ordered.data());
+        EXPECT_EQ(static_cast<int64_t>(planned), expectedBits)
+            << pc.name << " pattern " << PatternName(pattern) << " seed " << seed;
+        // Units: the stream rounded up to 512-bit units unless that fills the
+        // raw tile, in which case the tile is stored raw.
+        const uint64_t rawBits = RawTileBytes(pc.plane) * 8;
+        const uint64_t units = (expectedBits + 511) / 512;
+        const uint64_t expectedUnits = units * 512 < rawBits ? units : rawBits / 512;
+        uint8_t output[512];
+        uint64_t n = 99;
+        EncodeZpakTile(context, ordered.data(), output, &n);
+        EXPECT_EQ(n, expectedUnits) << pc.name << " pattern " << PatternName(pattern);
+      }
+    }
+    ReleaseZpakContext(context);
+  }
+}
+
+// An NV12 luma tile whose residuals under the gradient predictor (base 0)
+// are zero except one sample of 100 in each of the first `wideGroups` groups
+// (in stream order). A group holding a residual of 100 needs the escape, 32
+// bits; the fixed part is 4 bases of 8 bits and 64 codes of 3 bits.
+std::vector<uint8_t> LumaTileWithWideGroups(int wideGroups) {
+  std::vector<int> residual(256, 0);  // indexed like the raster tile
+  for (int k = 0; k < wideGroups; ++k) {
+    const int group = k / 4;  // stream order: group g of blocks 0..3
+    const int block = k % 4;
+    const int x = 16 * (block % 2) + 4 * (group % 4) + 2;
+    const int y = 4 * (block / 2) + group / 4;
+    residual[y * 32 + x] = 100;
+  }
+  return IntegrateLumaResiduals(residual);
+}
+
+TEST(TileEncoder, UnitRoundingKeepsStreamsShorterThanTheRawTile) {
+  struct Case {
+    int wideGroups;
+    uint64_t bits;   // 224 + 32 per wide group
+    uint64_t units;  // 4 means stored raw
+  };
+  const Case cases[] = {
+      {0, 224, 1}, {9, 512, 1}, {10, 544, 2}, {25, 1024, 2},
+      {26, 1056, 3}, {41, 1536, 3}, {42, 1568, 4},
+  };
+  ZpakContext* context = NewContext(kPlaneCases[1]);
+  for (const Case& c : cases) {
+    const std::vector<uint8_t> raster = LumaTileWithWideGroups(c.wideGroups);
+    const std::vector<uint8_t> ordered = ToMicroBlocks(Plane::kNv12Luma, raster);
+    EXPECT_EQ(PlannedTileBits(context, ordered.data()), c.bits) << c.wideGroups;
+    uint8_t output[512];
+    uint64_t n = 0;
+    EncodeZpakTile(context, ordered.data(), output, &n);
+    EXPECT_EQ(n, c.units) << c.wideGroups;
+    if (c.units == 4) {
+      EXPECT_EQ(0, std::memcmp(output, ordered.data(), 256)) << "raw tile is the input as given";
+    }
+  }
+  ReleaseZpakContext(context);
+}
+
+TEST(TileEncoder, NoiseIsStoredRawInMicroBlockOrder) {
+  for (const PlaneCase& pc : kPlaneCases) {
+    ZpakContext* context = NewContext(pc);
+    const std::vector<uint8_t> raster = MakeTile(pc.plane, Pattern::kNoise, 99);
+    const std::vector<uint8_t> ordered = ToMicroBlocks(pc.plane, raster);
+    uint8_t output[512];
+    std::memset(output, 0xee, sizeof output);
+    uint64_t n = 0;
+    EncodeZpakTile(context, ordered.data(), output, &n);
+    const size_t rawBytes = RawTileBytes(pc.plane);
+    EXPECT_EQ(n, rawBytes / 64) << pc.name;
+    EXPECT_EQ(0, std::memcmp(output, ordered.data(), rawBytes)) << pc.name;
+    ReleaseZpakContext(context);
+  }
+}
+
+TEST(TileEncoder, RefusesBadCountsAndNullPointers) {
+  ZpakContext* context = NewContext(kPlaneCases[0]);
+  uint8_t tile[256] = {};
+  uint8_t output[512];
+  struct Case {
+    std::string name;
+    uint64_t components, blocks;
+    bool nullTile, nullOutput, nullCount;
+  };
+  const Case cases[] = {
+      {"five components", 5, 1, false, false, false}, {"five blocks", 4, 5, false, false, false},
+      {"null tile", 4, 1, true, false, false},        {"null output", 4, 1, false, true, false},
+      {"null count", 4, 1, false, false, true},
+  };
+  for (const Case& c : cases) {
+    context->planes[0].componentCount = c.components;
+    context->planes[0].blockCount = c.blocks;
+    std::memset(output, 0xee, sizeof output);
+    uint64_t n = 77;
+    const int64_t status = EncodeZpakTile(context, c.nullTile ? nullptr : tile,
+                                          c.nullOutput ? nullptr : output,
+                                          c.nullCount ? nullptr : &n);
+    EXPECT_EQ(status, 0) << c.name;
+    EXPECT_EQ(n, 77u) << c.name;
+    EXPECT_EQ(output[0], 0xee) << c.name;
+  }
+  EXPECT_EQ(EncodeZpakTile(nullptr, tile, output, nullptr), 0);
+  ReleaseZpakContext(context);
+}
+
+}  // namespace
+}  // namespace pelcast::testing
