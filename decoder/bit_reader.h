@@ -44,18 +44,31 @@ inline uint64_t LoadLittleEndian64(const uint8_t* bytes) {
   return value;
 }
 
+// Bits a single window holds whatever the bit position within its first byte.
+inline constexpr uint32_t kWindowBits = 57;
+
+// The next kWindowBits (and more) bits of the stream, first bit lowest,
+// without consuming them. Zero past the staged bytes.
+inline uint64_t PeekBits(const TileBitReader& reader) {
+  const uint64_t byteIndex = reader.position >> 3;
+  if (byteIndex >= kStagedTileBytes) return 0;
+  // The padding keeps the 8-byte load inside the copy; it is zero, so bits
+  // past the staged bytes read as zero here as well.
+  return LoadLittleEndian64(reader.bytes + byteIndex) >> (reader.position & 7);
+}
+
+inline void SkipBits(TileBitReader* reader, uint64_t count) { reader->position += count; }
+
+inline uint64_t LowBits(uint64_t value, uint32_t count) {
+  return count >= 64 ? value : value & ((uint64_t{1} << count) - 1);
+}
+
 // Reads an unsigned field of `count` bits (0 to kMaxFieldBits). A field of 0
 // bits is 0 and consumes nothing.
 inline uint32_t ReadBits(TileBitReader* reader, uint32_t count) {
-  const uint64_t byteIndex = reader->position >> 3;
-  uint64_t window = 0;
-  if (byteIndex < kStagedTileBytes) {
-    // At most 7 bits are shifted out, leaving 57 >= kMaxFieldBits valid bits.
-    window = LoadLittleEndian64(reader->bytes + byteIndex) >> (reader->position & 7);
-  }
-  reader->position += count;
-  const uint64_t mask = (uint64_t{1} << count) - 1;
-  return static_cast<uint32_t>(window & mask);
+  const uint64_t window = PeekBits(*reader);
+  SkipBits(reader, count);
+  return static_cast<uint32_t>(LowBits(window, count));
 }
 
 }  // namespace pelcast

@@ -27,17 +27,25 @@ enum class MicroBlockDirection { kToRaster, kToMicroBlocks };
 
 namespace micro_block_detail {
 
+// Horizontally adjacent elements 2p and 2p + 1 of a row stay adjacent in
+// micro-block order (x bit 0 is the lowest bit of the Z order), so the
+// reorder moves pairs of elements.
 template <size_t kElementBytes>
 void Reorder(const uint8_t* source, uint8_t* destination, uint64_t rowElements, uint64_t rows,
              MicroBlockDirection direction) {
+  constexpr size_t kPairBytes = 2 * kElementBytes;
+  const uint64_t pairs = rowElements / 2;
   for (uint64_t y = 0; y < rows; ++y) {
-    for (uint64_t x = 0; x < rowElements; ++x) {
-      const uint64_t raster = (y * rowElements + x) * kElementBytes;
-      const uint64_t ordered = MicroBlockElement(x, y, rowElements) * kElementBytes;
+    const uint64_t rowStart = MicroBlockElement(0, y, rowElements);
+    for (uint64_t p = 0; p < pairs; ++p) {
+      // Pair p starts at column 2p: micro-block p / 2, x bit 1 = p bit 0.
+      const uint64_t element = rowStart + kMicroBlockElements * (p >> 1) + ((p & 1) << 2);
+      const uint64_t raster = (y * rowElements + 2 * p) * kElementBytes;
+      const uint64_t ordered = element * kElementBytes;
       if (direction == MicroBlockDirection::kToRaster) {
-        std::memcpy(destination + raster, source + ordered, kElementBytes);
+        std::memcpy(destination + raster, source + ordered, kPairBytes);
       } else {
-        std::memcpy(destination + ordered, source + raster, kElementBytes);
+        std::memcpy(destination + ordered, source + raster, kPairBytes);
       }
     }
   }

@@ -157,16 +157,36 @@ inline uint64_t ZigZagDifference(uint32_t residual) {
 
 // Sample arithmetic wraps like two's complement 64-bit integers; the values
 // are read as signed wherever their sign matters.
-inline uint64_t Predict(uint64_t predictor, uint64_t left, uint64_t above, uint64_t aboveLeft) {
-  if (predictor == kPredictLeft) return left;
-  if (predictor == kPredictMedian) {
-    const int64_t a = static_cast<int64_t>(left);
-    const int64_t b = static_cast<int64_t>(above);
-    const int64_t c = static_cast<int64_t>(aboveLeft);
-    if (c >= std::max(a, b)) return static_cast<uint64_t>(std::min(a, b));
-    if (c <= std::min(a, b)) return static_cast<uint64_t>(std::max(a, b));
+template <uint64_t kPredictor>
+inline uint64_t Predict(uint64_t left, uint64_t above, uint64_t aboveLeft) {
+  if constexpr (kPredictor == kPredictLeft) {
+    return left;
+  } else {
+    if constexpr (kPredictor == kPredictMedian) {
+      const int64_t a = static_cast<int64_t>(left);
+      const int64_t b = static_cast<int64_t>(above);
+      const int64_t c = static_cast<int64_t>(aboveLeft);
+      if (c >= std::max(a, b)) return static_cast<uint64_t>(std::min(a, b));
+      if (c <= std::min(a, b)) return static_cast<uint64_t>(std::max(a, b));
+    }
+    return left + above - aboveLeft;
   }
-  return left + above - aboveLeft;
+}
+
+// Reads the `count` residuals of one group, `width` bits each; a group that
+// fits one bit window is read with a single load.
+void ReadGroupResiduals(TileBitReader* reader, uint32_t width, uint64_t count, uint32_t* out) {
+  if (width == 0) {
+    std::fill_n(out, count, 0);
+    return;
+  }
+  if (width * count > kWindowBits) {
+    for (uint64_t i = 0; i < count; ++i) out[i] = ReadBits(reader, width);
+    return;
+  }
+  const uint64_t window = PeekBits(*reader);
+  SkipBits(reader, width * count);
+  for (uint64_t i = 0; i < count; ++i) out[i] = static_cast<uint32_t>(LowBits(window >> (i * width), width));
 }
 
 int64_t ClampSample(uint64_t value, int64_t maximum) {
@@ -208,6 +228,33 @@ int64_t TileBitsOf(int64_t units, uint64_t unitShift) {
   constexpr uint64_t kWordBits = 64;
   if (unitShift >= kWordBits) return 0;
   return static_cast<int64_t>(static_cast<uint64_t>(units) << unitShift);
+}
+
+// Reads the bit-length codes of group `g` of every block and coded
+// component, from one bit window when they fit in it.
+void ReadGroupCodes(const PlaneCodecParams& plane, uint64_t g, uint64_t coded,
+                    TileBitReader* reader, TileSyntax* syntax) {
+  uint64_t total = 0;
+  for (uint64_t c = 0; c < coded; ++c) {
+    if (g < plane.components[c].groupsPerBlock) total += plane.components[c].codeBits;
+  }
+  total *= plane.blockCount;
+  const bool oneWindow = total <= kWindowBits;
+  uint64_t window = oneWindow ? PeekBits(*reader) : 0;
+  for (uint64_t b = 0; b < plane.blockCount; ++b) {
+    for (uint64_t c = 0; c < coded; ++c) {
+      const ComponentCodecParams& component = plane.components[c];
+      if (g >= component.groupsPerBlock) continue;
+      const auto bits = static_cast<uint32_t>(component.codeBits);
+      if (oneWindow) {
+        syntax->codes[b][c][g] = static_cast<uint8_t>(LowBits(window, bits));
+        window >>= bits;
+      } else {
+        syntax->codes[b][c][g] = static_cast<uint8_t>(ReadBits(reader, bits));
+      }
+    }
+  }
+  if (oneWindow) SkipBits(reader, total);
 }
 
 }  // namespace
@@ -260,13 +307,18 @@ void ParseTileBitstream(const PlaneCodecParams& plane, TileBitReader* reader, Ti
 
   uint8_t previous[kMaxComponents] = {};
   for (uint64_t g = 0; g < groups; ++g) {
+    if (plane.repeatCodes == 0) {
+      ReadGroupCodes(plane, g, coded, reader, syntax);
+      continue;
+    }
     for (uint64_t b = 0; b < blocks; ++b) {
       for (uint64_t c = 0; c < coded; ++c) {
         const ComponentCodecParams& component = plane.components[c];
         if (g >= component.groupsPerBlock) continue;
-        const bool repeat = plane.repeatCodes != 0 && ReadBits(reader, 1) != 0;
-        const uint8_t code =
-            repeat ? previous[c] : static_cast<uint8_t>(ReadBits(reader, static_cast<uint32_t>(component.codeBits)));
+        // A set bit repeats the component's previous code instead of a new one.
+        const uint8_t code = ReadBits(reader, 1) != 0
+                                 ? previous[c]
+                                 : static_cast<uint8_t>(ReadBits(reader, static_cast<uint32_t>(component.codeBits)));
         previous[c] = code;
         syntax->codes[b][c][g] = code;
       }
@@ -282,44 +334,69 @@ void ParseTileBitstream(const PlaneCodecParams& plane, TileBitReader* reader, Ti
         // Codes at or above the escape code carry full-width residuals.
         const uint8_t code = syntax->codes[b][c][g];
         const uint32_t width = code < component.escapeCode ? code : syntax->codedBits[c];
-        uint32_t* residuals = syntax->residuals[b][c] + g * groupSize;
-        for (uint64_t i = 0; i < groupSize; ++i) residuals[i] = ReadBits(reader, width);
+        ReadGroupResiduals(reader, width, groupSize, syntax->residuals[b][c] + g * groupSize);
       }
     }
   }
 }
 
-void ReconstructBlock(const PlaneCodecParams& plane, const ComponentCodecParams& component,
-                      uint32_t base, const uint8_t* codes, const uint32_t* residuals, int64_t* out,
-                      uint64_t pitch) {
+namespace {
+
+template <uint64_t kPredictor>
+void ReconstructRows(const PlaneCodecParams& plane, const ComponentCodecParams& component,
+                     uint32_t base, const uint8_t* codes, const uint32_t* residuals, int64_t* out,
+                     uint64_t pitch) {
   const uint64_t width = component.blockWidth;
   const uint64_t groupSize = plane.groupSize;
   const uint64_t groupsPerRow = width >> plane.groupShift;
-  const uint64_t predictor = plane.predictor;
   const uint64_t b = base;
+  // The row above the first one, and the column left of every row, are an
+  // imaginary line of base values.
+  int64_t baseRow[kMaxBlockSamples];
+  std::fill_n(baseRow, width, static_cast<int64_t>(b));
   for (uint64_t y = 0; y < component.blockHeight; ++y) {
     int64_t* row = out + y * pitch;
-    // The row above the first one, and the column left of every row, are an
-    // imaginary line of base values.
-    const int64_t* above = y > 0 ? row - pitch : nullptr;
+    const int64_t* above = y > 0 ? row - pitch : baseRow;
     uint64_t left = b;
     uint64_t aboveLeft = b;
     for (uint64_t group = 0; group < groupsPerRow; ++group) {
+      const uint64_t x0 = group * groupSize;
+      const uint32_t* groupResiduals = residuals + y * width + x0;
       // Only the escape code itself means raw samples; codes above it are
       // predicted like any other.
-      const bool raw = codes[y * groupsPerRow + group] == component.escapeCode;
-      const uint32_t* groupResiduals = residuals + y * width + group * groupSize;
+      if (codes[y * groupsPerRow + group] == component.escapeCode) {
+        for (uint64_t i = 0; i < groupSize; ++i) row[x0 + i] = groupResiduals[i];
+        left = groupResiduals[groupSize - 1];
+        aboveLeft = static_cast<uint64_t>(above[x0 + groupSize - 1]);
+        continue;
+      }
       for (uint64_t i = 0; i < groupSize; ++i) {
-        const uint64_t x = group * groupSize + i;
-        const uint64_t up = above != nullptr ? static_cast<uint64_t>(above[x]) : b;
+        const auto up = static_cast<uint64_t>(above[x0 + i]);
         const uint64_t sample =
-            raw ? groupResiduals[i]
-                : Predict(predictor, left, up, aboveLeft) + ZigZagDifference(groupResiduals[i]);
-        row[x] = static_cast<int64_t>(sample);
+            Predict<kPredictor>(left, up, aboveLeft) + ZigZagDifference(groupResiduals[i]);
+        row[x0 + i] = static_cast<int64_t>(sample);
         left = sample;
         aboveLeft = up;
       }
     }
+  }
+}
+
+}  // namespace
+
+void ReconstructBlock(const PlaneCodecParams& plane, const ComponentCodecParams& component,
+                      uint32_t base, const uint8_t* codes, const uint32_t* residuals, int64_t* out,
+                      uint64_t pitch) {
+  switch (plane.predictor) {
+    case kPredictMedian:
+      ReconstructRows<kPredictMedian>(plane, component, base, codes, residuals, out, pitch);
+      break;
+    case kPredictLeft:
+      ReconstructRows<kPredictLeft>(plane, component, base, codes, residuals, out, pitch);
+      break;
+    default:  // the gradient, also for predictor codes without a meaning of their own
+      ReconstructRows<kPredictGradient>(plane, component, base, codes, residuals, out, pitch);
+      break;
   }
 }
 
@@ -351,35 +428,67 @@ void AssembleBlocks(const PlaneCodecParams& plane, const TileSyntax& syntax,
   }
 }
 
-void PackSamples(const PlaneCodecParams& plane, const ComponentPlanes& planes, uint8_t* packed) {
-  const uint64_t width = plane.tileWidth;
-  const uint64_t pixelBytes = PackedPixelBytes(plane);
+namespace {
+
+// RGB565: the literal sum c0 + 32 c1 + 2048 c2 kept to 16 bits, so a field
+// out of range carries into the next one.
+void PackRgb565(const PlaneCodecParams& plane, const ComponentPlanes& planes, uint8_t* packed) {
+  const bool swapped = plane.componentOrder < 0;
+  const int64_t* first = planes.samples[swapped ? 2 : 0];
+  const int64_t* middle = planes.samples[1];
+  const int64_t* last = planes.samples[swapped ? 0 : 2];
   for (uint64_t y = 0; y < plane.tileHeight; ++y) {
     uint8_t* row = packed + y * plane.tileRowBytes;
-    for (uint64_t x = 0; x < width; ++x) {
-      const uint64_t i = y * width + x;
-      uint8_t* pixel = row + x * pixelBytes;
-      if (plane.packingCode == kPackRgb565) {
-        // The literal sum: a field out of range carries into the next one.
-        uint64_t first = static_cast<uint64_t>(planes.samples[0][i]);
-        uint64_t last = static_cast<uint64_t>(planes.samples[2][i]);
-        if (plane.componentOrder < 0) std::swap(first, last);
-        const uint64_t value = first + (static_cast<uint64_t>(planes.samples[1][i]) << kRgb565GreenShift) +
-                               (last << kRgb565RedShift);
-        pixel[0] = static_cast<uint8_t>(value);
-        pixel[1] = static_cast<uint8_t>(value >> kBitsPerByte);
-      } else if (plane.packingCode == kPackTwelveBitPair) {
-        const uint64_t c0 = static_cast<uint64_t>(planes.samples[0][i]);
-        const uint64_t c1 = static_cast<uint64_t>(planes.samples[1][i]);
-        pixel[0] = static_cast<uint8_t>(c0 >> kNibbleBits);
-        pixel[1] = static_cast<uint8_t>(c1 >> kNibbleBits);
-        pixel[2] = static_cast<uint8_t>((c0 & kLowNibble) + ((c1 & kLowNibble) << kNibbleBits));
-      } else {
-        for (uint64_t c = 0; c < plane.componentCount; ++c) {
-          pixel[c] = static_cast<uint8_t>(planes.samples[c][i]);
-        }
-      }
+    for (uint64_t x = 0; x < plane.tileWidth; ++x) {
+      const uint64_t i = y * plane.tileWidth + x;
+      const uint64_t value = static_cast<uint64_t>(first[i]) +
+                             (static_cast<uint64_t>(middle[i]) << kRgb565GreenShift) +
+                             (static_cast<uint64_t>(last[i]) << kRgb565RedShift);
+      row[2 * x] = static_cast<uint8_t>(value);
+      row[2 * x + 1] = static_cast<uint8_t>(value >> kBitsPerByte);
     }
+  }
+}
+
+// Two 12-bit components in three bytes: both high bytes, then both low nibbles.
+void PackTwelveBitPairs(const PlaneCodecParams& plane, const ComponentPlanes& planes,
+                        uint8_t* packed) {
+  for (uint64_t y = 0; y < plane.tileHeight; ++y) {
+    uint8_t* row = packed + y * plane.tileRowBytes;
+    for (uint64_t x = 0; x < plane.tileWidth; ++x) {
+      const uint64_t i = y * plane.tileWidth + x;
+      const uint64_t c0 = static_cast<uint64_t>(planes.samples[0][i]);
+      const uint64_t c1 = static_cast<uint64_t>(planes.samples[1][i]);
+      uint8_t* pixel = row + kTwelveBitPairBytes * x;
+      pixel[0] = static_cast<uint8_t>(c0 >> kNibbleBits);
+      pixel[1] = static_cast<uint8_t>(c1 >> kNibbleBits);
+      pixel[2] = static_cast<uint8_t>((c0 & kLowNibble) + ((c1 & kLowNibble) << kNibbleBits));
+    }
+  }
+}
+
+// One byte per component, the low 8 bits of its sample, in component order.
+void PackBytes(const PlaneCodecParams& plane, const ComponentPlanes& planes, uint8_t* packed) {
+  const uint64_t components = plane.componentCount;
+  for (uint64_t c = 0; c < components; ++c) {
+    const int64_t* samples = planes.samples[c];
+    for (uint64_t y = 0; y < plane.tileHeight; ++y) {
+      uint8_t* out = packed + y * plane.tileRowBytes + c;
+      const int64_t* in = samples + y * plane.tileWidth;
+      for (uint64_t x = 0; x < plane.tileWidth; ++x) out[x * components] = static_cast<uint8_t>(in[x]);
+    }
+  }
+}
+
+}  // namespace
+
+void PackSamples(const PlaneCodecParams& plane, const ComponentPlanes& planes, uint8_t* packed) {
+  if (plane.packingCode == kPackRgb565) {
+    PackRgb565(plane, planes, packed);
+  } else if (plane.packingCode == kPackTwelveBitPair) {
+    PackTwelveBitPairs(plane, planes, packed);
+  } else {
+    PackBytes(plane, planes, packed);
   }
 }
 
