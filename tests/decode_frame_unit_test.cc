@@ -3,24 +3,18 @@
 #include <gtest/gtest.h>
 
 #include <memory>
-#include <vector>
 
 #include "decoder/frame_decoder.h"
 #include "surface/tile_addressing.h"
-#include "surface/zpak_context.h"
 #include "tests/bit_writer.h"
+#include "tests/test_support.h"
 
 namespace pelcast::testing {
 namespace {
 
-using Bytes = std::vector<uint8_t>;
-struct ContextDeleter {
-  void operator()(ZpakContext* c) const { ReleaseZpakContext(c); }
-};
-using ContextPtr = std::unique_ptr<ZpakContext, ContextDeleter>;
-
+using ContextPtr = std::unique_ptr<ZpakContext, void (*)(ZpakContext*)>;
 ContextPtr MakeContext(uint64_t format) {
-  ContextPtr context(AllocateZpakContext());
+  ContextPtr context(AllocateZpakContext(), ReleaseZpakContext);
   ConfigureZpakContext(context.get(), format);
   return context;
 }
@@ -28,10 +22,10 @@ ContextPtr MakeContext(uint64_t format) {
 const uint64_t kOrder[16] = {0, 7, 10, 13, 6, 1, 12, 11, 3, 4, 9, 14, 5, 2, 15, 8};
 
 // Slots as the surface format states them for bank bit 15: macro tiles in
-// raster order, 16 slots each in kOrder, then (swizzled) bit 1 of the macro
-// tile flipped by y bit 3 ^ x bit 5 (RGBA8888 only, when 16 x the stride is
-// a multiple of 16384), bit 2 by y bit 4 (NV12: 5) at 32768 and bit 3 by
-// y bit 5 (NV12: 6) at 65536. x and y are the tile's pixel (NV12: byte) origin.
+// raster order, 16 slots each in kOrder; swizzled, bit 1 of the macro tile
+// flips with y bit 3 ^ x bit 5 (RGBA8888 only) when 16 rows of the plane
+// (bandBytes) are a multiple of 16384, bit 2 with y bit 4 (NV12: 5) at 32768
+// and bit 3 with y bit 5 (NV12: 6) at 65536; x, y is the tile's origin.
 uint64_t ExpectedSlot(bool nv12, uint64_t r, uint64_t c, uint64_t m, bool swizzle) {
   uint64_t macro = (r / 4) * m + c / 4;
   const uint64_t x = nv12 ? 32 * c : 16 * c, y = nv12 ? 8 * r : 4 * r;
@@ -42,85 +36,62 @@ uint64_t ExpectedSlot(bool nv12, uint64_t r, uint64_t c, uint64_t m, bool swizzl
   return 16 * macro + kOrder[4 * (r % 4) + c % 4];
 }
 
-// Metadata tiles of 16 x 16 bytes in four 8 x 8 quarters.
-uint64_t ExpectedMeta(uint64_t r, uint64_t c, uint64_t t) {
-  const uint64_t v = r % 16, u = c % 16;
-  return 256 * ((r / 16) * t + c / 16) + (v < 8 ? 8 * v : 128 + 8 * (v - 8)) +
-         (u < 8 ? u : 64 + (u - 8));
-}
-
 TEST(TileAddressing, MetaByteOffsetWorkedValues) {
-  struct MetaCase {
-    uint64_t row, column, tilesPerRow, offset;
-  };
-  const MetaCase cases[] = {{0, 0, 4, 0},     {0, 7, 4, 7},      {0, 8, 4, 64},
-                            {7, 0, 4, 56},    {8, 0, 4, 128},    {9, 9, 4, 201},
-                            {15, 15, 4, 255}, {0, 16, 4, 256},   {16, 0, 4, 1024},
-                            {17, 33, 4, 1545}, {16, 0, 8, 2048}};
-  for (const MetaCase& c : cases) {
-    EXPECT_EQ(MetaByteOffset(c.row, c.column, c.tilesPerRow), c.offset) << c.row << "," << c.column;
-  }
+  // {row, column, metadata tiles per row, offset}: 8 x 8 quarters of 64 bytes.
+  const uint64_t cases[][4] = {{0, 7, 4, 7},     {0, 8, 4, 64},   {7, 0, 4, 56},
+                               {8, 0, 4, 128},   {9, 9, 4, 201},  {15, 15, 4, 255},
+                               {0, 16, 4, 256},  {16, 0, 4, 1024}, {17, 33, 8, 2569}};
+  for (const auto& c : cases) EXPECT_EQ(MetaByteOffset(c[0], c[1], c[2]), c[3]) << c[0] << "," << c[1];
 }
 
 TEST(TileAddressing, SlotTablesMatchTheStatedRules) {
-  struct SlotCase {
-    uint64_t surfaceFormat, macroTilesPerRow, swizzle;
-  };
-  const SlotCase cases[] = {{3, 1, 1},  {3, 2, 1},  {3, 4, 1},  {3, 8, 1},  {3, 16, 1},
-                            {3, 16, 0}, {1, 8, 1},  {1, 16, 1}, {1, 32, 1}, {1, 32, 0}};
-  for (const SlotCase& c : cases) {
-    const bool nv12 = c.surfaceFormat == 1;
-    const uint64_t macroWidth = nv12 ? 128 : 64, macroHeight = nv12 ? 32 : 16;
+  // {surfaceFormat, macro tiles per row, swizzleEnable}
+  const uint64_t cases[][3] = {{3, 2, 1},  {3, 4, 1},  {3, 8, 1},  {3, 16, 1}, {3, 16, 0},
+                               {1, 8, 1},  {1, 16, 1}, {1, 32, 1}, {1, 32, 0}};
+  for (const auto& [format, m, swizzle] : cases) {
+    const bool nv12 = format == 1;
     TileAddressTables tables{};
     ASSERT_TRUE(PrepareTileAddressTables(
-        &tables, MakeTileGridLayout(SlotRule::kSwizzled, c.macroTilesPerRow * macroWidth,
-                                    8 * macroHeight, macroWidth, macroHeight, nv12 ? 32 : 16,
-                                    nv12 ? 8 : 4, nv12 ? 512 : 256, nv12 ? 128 : 64, c.swizzle,
-                                    c.surfaceFormat, 0, 15)));
+        &tables, MakeTileGridLayout(SlotRule::kSwizzled, m * (nv12 ? 128 : 64), nv12 ? 256 : 128,
+                                    nv12 ? 128 : 64, nv12 ? 32 : 16, nv12 ? 32 : 16, nv12 ? 8 : 4,
+                                    nv12 ? 512 : 256, nv12 ? 128 : 64, swizzle, format, 0, 15)));
     for (uint64_t r = 0; r < 32; ++r) {
-      for (uint64_t col = 0; col < 4 * c.macroTilesPerRow; ++col) {
-        ASSERT_EQ(TileSlot(tables, r, col), ExpectedSlot(nv12, r, col, c.macroTilesPerRow, c.swizzle))
-            << "format " << c.surfaceFormat << " M " << c.macroTilesPerRow << " tile " << r << "," << col;
+      for (uint64_t c = 0; c < 4 * m; ++c) {
+        ASSERT_EQ(TileSlot(tables, r, c), ExpectedSlot(nv12, r, c, m, swizzle))
+            << "format " << format << " M " << m << " tile " << r << "," << c;
       }
     }
-    EXPECT_EQ(TileSlot(tables, 32, 0), 0u);  // outside the table
     ReleaseTileAddressTables(&tables);
   }
 }
 
 TEST(TileAddressing, Rgb565SlotRules) {
-  struct Rgb565Case {
-    uint64_t macroTilesPerRow, swizzle, row, column, slot;
-  };
-  const Rgb565Case cases[] = {
-      {8, 1, 4, 0, 16 * (8 ^ 4) + 0},         // M 8: bit 2 flips on odd macro rows
-      {8, 1, 8, 5, 16 * 17 + 7},              // even macro row: unchanged
-      {16, 1, 4, 0, 16 * (16 ^ 4) + 0},       // M 16: bit 2 on odd rows ...
-      {16, 1, 8, 0, 16 * (32 ^ 8) + 0},       // ... bit 3 on rows 2-3 of every 4
-      {16, 1, 12, 2, 16 * (48 ^ 12) + 10},
-      {4, 1, 4, 0, 16 * 4 + 0},               // M 4: no flips
-      // Unswizzled: i = c % 8 + 4 (r % 4); kOrder[i] + 32 ((r / 4) M + c / 8), 0 past 15.
-      {2, 0, 5, 6, 9 + 32 * 2},
-      {4, 0, 0, 9, 7 + 32 * 1},
-      {2, 0, 3, 4, 0},
-  };
-  for (const Rgb565Case& c : cases) {
+  // {M, swizzleEnable, row, column, slot}. Swizzled: bit 2 of the macro tile
+  // flips with (r / 4) bit 0 when 4096 M is a multiple of 32768, bit 3 with
+  // (r / 8) bit 0 at 65536. Unswizzled: i = c % 8 + 4 (r % 4) gives
+  // kOrder[i] + 32 ((r / 4) M + c / 8), and 0 past i = 15.
+  const uint64_t cases[][5] = {{8, 1, 4, 0, 16 * 12},      {8, 1, 8, 5, 16 * 17 + 7},
+                               {16, 1, 8, 0, 16 * 40},     {16, 1, 12, 2, 16 * 60 + 10},
+                               {4, 1, 4, 0, 16 * 4},       {2, 0, 5, 6, 9 + 32 * 2},
+                               {4, 0, 0, 9, 7 + 32},       {2, 0, 3, 4, 0}};
+  for (const auto& [m, swizzle, r, c, slot] : cases) {
     TileAddressTables tables{};
     ASSERT_TRUE(PrepareTileAddressTables(
-        &tables, MakeTileGridLayout(SlotRule::kRgb565Banked, 128 * c.macroTilesPerRow, 256, 128,
-                                    16, 32, 4, 256, 64, c.swizzle, 12, 0, 15)));
-    EXPECT_EQ(TileSlot(tables, c.row, c.column), c.slot) << c.macroTilesPerRow << " " << c.row;
+        &tables, MakeTileGridLayout(SlotRule::kRgb565Banked, 128 * m, 256, 128, 16, 32, 4, 256,
+                                    64, swizzle, 12, 0, 15)));
+    EXPECT_EQ(TileSlot(tables, r, c), slot) << m << " " << r << "," << c;
     ReleaseTileAddressTables(&tables);
   }
 }
 
-ZpakConfig Config(uint64_t format, uint8_t* meta, uint8_t* data, uint8_t* end, uint8_t* out,
+// A descriptor as the decode commands fill it.
+ZpakConfig Config(uint64_t format, uint8_t* meta, uint8_t* data, Bytes* frame, uint8_t* out,
                   uint64_t alignedWidth, uint64_t alignedHeight, uint64_t width, uint64_t height,
                   uint64_t stride) {
   ZpakConfig c{};
-  c.yMetaPlane = meta, c.yDataPlane = data, c.compressedEnd = end, c.linearY = out;
-  c.alignedWidth = alignedWidth, c.alignedHeight = alignedHeight, c.width = width, c.height = height;
-  c.stride = stride, c.surfaceFormat = format;
+  c.yMetaPlane = meta, c.yDataPlane = data, c.compressedEnd = frame->data() + frame->size();
+  c.linearY = out, c.alignedWidth = alignedWidth, c.alignedHeight = alignedHeight;
+  c.width = width, c.height = height, c.stride = stride, c.surfaceFormat = format;
   c.addressingMode = 1, c.swizzleEnable = 1, c.bankBit = 15, c.enable = 1;
   return c;
 }
@@ -143,200 +114,154 @@ Bytes Pixel(const Bytes& out, size_t x, size_t y, size_t pitch) {
 }
 
 TEST(DecodeFrame, RawTilesLandWhereTheAddressingPutsThem) {
-  struct Case {
-    bool nv12;
-    uint64_t macroTilesPerRow, swizzle;
-  };
-  const Case cases[] = {{false, 1, 1}, {false, 4, 1}, {false, 8, 1}, {false, 16, 1},
-                        {false, 16, 0}, {true, 16, 1}, {true, 32, 1}, {true, 32, 0}};
-  for (const Case& c : cases) {
-    // 16 tile rows, 4 macro-tile rows, one band of metadata tiles.
-    const uint64_t m = c.macroTilesPerRow, width = (c.nv12 ? 128 : 64) * m, rows = c.nv12 ? 128 : 64;
-    const uint64_t metaWidth = c.nv12 ? 512 : 256;
-    const uint64_t t = ((width + metaWidth - 1) / metaWidth + 3) / 4 * 4;
+  // 16 tile rows of raw tiles; tile (r, c) holds bytes c + 1 (RGBA8888: the
+  // first byte of each pixel, r + 1 the second; NV12: rows 0-3, r + 1 in
+  // rows 4-7, chroma XOR 0x55). One band of metadata tiles.
+  const uint64_t cases[][3] = {{0, 1, 1},  {0, 4, 1},  {0, 8, 1},  {0, 16, 1},
+                               {0, 16, 0}, {1, 16, 1}, {1, 32, 1}, {1, 32, 0}};
+  for (const auto& [nv12, m, swizzle] : cases) {
+    const uint64_t width = (nv12 ? 128 : 64) * m, rows = nv12 ? 128 : 64;
+    const uint64_t t = ((width + (nv12 ? 511 : 255)) / (nv12 ? 512 : 256) + 3) / 4 * 4;
     const size_t metaBytes = 256 * t, dataBytes = 16384 * m;
     Bytes frame(2 * (metaBytes + dataBytes));
-    uint8_t* yData = frame.data() + metaBytes;
-    uint8_t* uvMeta = yData + dataBytes;
+    uint8_t* uvMeta = frame.data() + metaBytes + dataBytes;
     for (uint64_t r = 0; r < 16; ++r) {
-      for (uint64_t col = 0; col < 4 * m; ++col) {
-        const uint8_t lo = uint8_t(col + 1), hi = uint8_t(r + 1);
-        const size_t slot = 256 * ExpectedSlot(c.nv12, r, col, m, c.swizzle);
-        frame[ExpectedMeta(r, col, t)] = 31;
-        if (!c.nv12) {
-          for (size_t e = 0; e < 64; ++e) Put(&frame, metaBytes + slot + 4 * e, {lo, hi, 0xA5, 0x5A});
-          continue;
-        }
-        // Raw NV12 tiles: bytes 0-127 are rows 0-3, bytes 128-255 rows 4-7.
-        std::fill_n(yData + slot, 128, lo), std::fill_n(yData + slot + 128, 128, hi);
-        if (r >= 8) continue;
-        uvMeta[ExpectedMeta(r, col, t)] = 31;
-        std::fill_n(uvMeta + metaBytes + slot, 128, lo ^ 0x55);
-        std::fill_n(uvMeta + metaBytes + slot + 128, 128, hi ^ 0x55);
+      for (uint64_t c = 0; c < 4 * m; ++c) {
+        const uint8_t lo = uint8_t(c + 1), hi = uint8_t(r + 1);
+        const size_t slot = metaBytes + 256 * ExpectedSlot(nv12, r, c, m, swizzle);
+        frame[MetaByteOffset(r, c, t)] = 31;
+        for (size_t e = 0; !nv12 && e < 64; ++e) Put(&frame, slot + 4 * e, {lo, hi, 0xA5, 0x5A});
+        if (!nv12) continue;
+        std::fill_n(&frame[slot], 128, lo), std::fill_n(&frame[slot + 128], 128, hi);
+        if (r >= 8) continue;  // chroma has half the tile rows
+        uvMeta[MetaByteOffset(r, c, t)] = 31;
+        std::fill_n(uvMeta + slot, 128, lo ^ 0x55), std::fill_n(uvMeta + slot + 128, 128, hi ^ 0x55);
       }
     }
-    Bytes out(2 * width * rows * (c.nv12 ? 1 : 4));
-    ZpakConfig config = Config(c.nv12 ? 1 : 3, frame.data(), yData, frame.data() + frame.size(),
-                               out.data(), width, rows, width, rows, width * (c.nv12 ? 1 : 4));
-    config.swizzleEnable = c.swizzle;
-    config.uvMetaPlane = uvMeta;
+    Bytes out(2 * width * rows * (nv12 ? 1 : 4));
+    ZpakConfig config = Config(nv12 ? 1 : 3, frame.data(), frame.data() + metaBytes, &frame,
+                               out.data(), width, rows, width, rows, width * (nv12 ? 1 : 4));
+    config.swizzleEnable = swizzle, config.uvMetaPlane = uvMeta;
     config.uvDataOffset = dataBytes + metaBytes;
-    ContextPtr context = MakeContext(c.nv12 ? 1 : 0);
-    DecodeZpakFrame(context.get(), &config);
+    DecodeZpakFrame(MakeContext(nv12).get(), &config);
     for (uint64_t y = 0; y < rows; ++y) {
       for (uint64_t x = 0; x < width; ++x) {
-        const uint8_t lo = uint8_t(x / (c.nv12 ? 32 : 16) + 1), hi = uint8_t(y / (c.nv12 ? 8 : 4) + 1);
-        if (!c.nv12) {
+        const uint8_t lo = uint8_t(x / (nv12 ? 32 : 16) + 1), hi = uint8_t(y / (nv12 ? 8 : 4) + 1);
+        if (!nv12) {
           ASSERT_EQ(Pixel(out, x, y, 4 * width), (Bytes{lo, hi, 0xA5, 0x5A})) << m << " " << x << "," << y;
           continue;
         }
         ASSERT_EQ(out[y * width + x], y % 8 < 4 ? lo : hi) << m << " luma " << x << "," << y;
-        if (y >= rows / 2) continue;
-        ASSERT_EQ(out[width * rows + y * width + x], (y % 8 < 4 ? lo : hi) ^ 0x55) << m << " chroma " << x << "," << y;
+        if (y < rows / 2) {
+          ASSERT_EQ(out[width * rows + y * width + x], (y % 8 < 4 ? lo : hi) ^ 0x55) << m << " chroma " << x << "," << y;
+        }
       }
     }
   }
 }
 
-TEST(DecodeFrame, ShortTilesInSlotsOneAndTwoStartHalfwayThroughTheSlot) {
-  // One macro tile: tile (r, c) is in slot kOrder[4r + c].
-  struct HalfCase {
-    uint64_t row, column;
-    uint32_t meta;
-    uint64_t addressingMode;
-    bool upper;
-  };
-  const HalfCase cases[] = {{1, 1, 23, 1, true},  {1, 1, 24, 1, false}, {1, 1, 19, 1, true},
-                            {1, 1, 0, 1, true},   {3, 1, 23, 1, true},  {0, 0, 23, 1, false},
-                            {0, 1, 23, 1, false}, {1, 2, 23, 1, false}, {1, 1, 23, 0, false}};
-  for (const HalfCase& c : cases) {
-    Bytes frame(8192);
-    const size_t slot = 4096 + 256 * kOrder[4 * c.row + c.column];
-    frame[ExpectedMeta(c.row, c.column, 4)] = uint8_t(c.meta);
-    Put(&frame, slot, FlatRgba({1, 2, 3, 4}));
-    Put(&frame, slot + 128, FlatRgba({5, 6, 7, 8}));
-    Bytes out(256 * 16);
-    ZpakConfig config = Config(3, frame.data(), frame.data() + 4096, frame.data() + frame.size(),
-                               out.data(), 64, 16, 64, 16, 256);
-    config.addressingMode = c.addressingMode;
+TEST(DecodeFrame, HalfSlotRuleAlternativeAddressingAndEndOfBuffer) {
+  // One macro tile (64 x 16): tile (r, c) in slot kOrder[4r + c]. A short
+  // tile (metadata <= 23) in a slot s with s % 4 in {1, 2} starts at byte 128
+  // of the slot, in addressing mode 1 only.
+  const uint64_t cases[][5] = {  // {row, column, metadata, addressingMode, upper}
+      {1, 1, 23, 1, 1}, {1, 1, 24, 1, 0}, {1, 1, 19, 1, 1}, {1, 1, 0, 1, 1}, {3, 1, 23, 1, 1},
+      {0, 0, 23, 1, 0}, {0, 1, 23, 1, 0}, {1, 2, 23, 1, 0}, {1, 1, 23, 0, 0}};
+  for (const auto& [r, c, meta, mode, upper] : cases) {
+    Bytes frame(8192), out(4096);
+    frame[MetaByteOffset(r, c, 4)] = uint8_t(meta);
+    Put(&frame, 4096 + 256 * kOrder[4 * r + c], FlatRgba({1, 2, 3, 4}));
+    Put(&frame, 4096 + 256 * kOrder[4 * r + c] + 128, FlatRgba({5, 6, 7, 8}));
+    ZpakConfig config = Config(3, frame.data(), frame.data() + 4096, &frame, out.data(), 64, 16, 64, 16, 256);
+    config.addressingMode = mode;
     DecodeZpakFrame(MakeContext(0).get(), &config);
-    EXPECT_EQ(Pixel(out, 16 * c.column + 5, 4 * c.row + 2, 256),
-              c.upper ? Bytes({5, 6, 7, 8}) : Bytes({1, 2, 3, 4}))
-        << c.row << "," << c.column << " meta " << c.meta;
+    EXPECT_EQ(Pixel(out, 16 * c + 5, 4 * r + 2, 256), upper ? Bytes({5, 6, 7, 8}) : Bytes({1, 2, 3, 4}))
+        << r << "," << c << " meta " << meta;
   }
-}
-
-TEST(DecodeFrame, UncompressedTilesAreReorderedFromTheSlotStart) {
-  Bytes frame(8192);
+  // Alternative addressing: tile (1, 1) stored uncompressed in micro-block
+  // order from the start of slot 1 (whose metadata 0 is not even read).
+  Bytes frame(8192), out(4096);
   for (size_t e = 0; e < 64; ++e) Put(&frame, 4096 + 256 + 4 * e, Bytes(4, e < 32 ? 1 : 2));
-  Bytes out(256 * 16);
-  ZpakConfig config = Config(3, frame.data(), frame.data() + 4096, frame.data() + frame.size(),
-                             out.data(), 64, 16, 64, 16, 256);
-  config.altAddressing = 1;  // tile (1, 1) in slot 1, metadata 0: no half-slot offset
+  ZpakConfig config = Config(3, frame.data(), frame.data() + 4096, &frame, out.data(), 64, 16, 64, 16, 256);
+  config.altAddressing = 1;
   DecodeZpakFrame(MakeContext(0).get(), &config);
   for (size_t x = 0; x < 16; ++x) EXPECT_EQ(Pixel(out, 16 + x, 5, 256), Bytes(4, x < 8 ? 1 : 2)) << x;
-}
-
-TEST(DecodeFrame, BytesPastTheFrameBufferReadAsZero) {
-  // Data plane first, metadata plane last, so both can run into the end.
-  Bytes frame(8192, 0xFF);
-  std::fill_n(frame.begin(), 4096, 0);
-  std::fill_n(frame.begin() + 4096, 16, 0);
-  frame[4096 + 9] = 23;  // tile (1, 1) in slot 1: its upper half
-  frame[4096 + 8] = 31;  // tile (1, 0), past the end below: must read as 0
-  frame[256 + 128] = 0xFC;  // flags 0, base 0 = 0xFF ... cut after two bytes
-  std::fill_n(frame.begin() + 256 + 129, 127, 0xFF);
-  Put(&frame, 256 * 6 + 128, FlatRgba({9, 9, 9, 9}));  // slot 6: metadata 0 reads the upper half
-  Bytes out(256 * 16);
-  ZpakConfig config = Config(3, frame.data() + 4096, frame.data(), frame.data() + 4096 + 8,
-                             out.data(), 64, 16, 64, 16, 256);
-  config.compressedEnd = frame.data() + 256 + 130;
+  // The same tile's upper half cut two bytes in by the end of the frame:
+  // flags 0 and base 0xFF, then six bits of base 1; the rest reads as zero.
+  std::fill(frame.begin() + 4096 + 256, frame.end(), 0xFF);
+  frame[MetaByteOffset(1, 1, 4)] = 23, frame[4096 + 256 + 128] = 0xFC;
+  config = Config(3, frame.data(), frame.data() + 4096, &frame, out.data(), 64, 16, 64, 16, 256);
+  config.compressedEnd = frame.data() + 4096 + 256 + 130;
   DecodeZpakFrame(MakeContext(0).get(), &config);
   EXPECT_EQ(Pixel(out, 16, 4, 256), Bytes({255, 63, 0, 0}));
-  config.compressedEnd = frame.data() + 4096 + 8;
+  // Metadata past the end reads as 0, so tile (1, 0) in slot 6 starts at
+  // byte 128 of its slot.
+  Bytes tail(8192);
+  Put(&tail, 256 * 6, FlatRgba({1, 1, 1, 1}));
+  Put(&tail, 256 * 6 + 128, FlatRgba({9, 9, 9, 9}));
+  std::fill_n(&tail[8192 - 4], 4, 255);
+  config = Config(3, tail.data() + 8192 - 4, tail.data(), &tail, out.data(), 64, 16, 64, 16, 256);
   DecodeZpakFrame(MakeContext(0).get(), &config);
   EXPECT_EQ(Pixel(out, 0, 4, 256), Bytes({9, 9, 9, 9}));
 }
 
 TEST(DecodeFrame, Nv12EdgesAreClipped) {
-  // 33 x 9: 2 x 2 luma tiles into 33 x 9 bytes; chroma from 2 x 1 tiles at
-  // byte 297, pitch 34, 5 rows. Every tile raw and uniform (luma 0x10 + slot,
-  // chroma 0x80 + slot).
-  Bytes frame(4 * 4096);
-  std::fill_n(frame.begin(), 4096, 31);
-  std::fill_n(frame.begin() + 8192, 4096, 31);
+  // 33 x 9: 2 x 2 luma tiles into 33 x 9 bytes, chroma from 2 x 1 tiles at
+  // byte 297 with pitch 34 and 5 rows. Raw uniform tiles: luma 0x10 + slot,
+  // chroma 0x80 + slot.
+  Bytes frame(4 * 4096, 31), out(1024, 0xEE);
   for (uint64_t s = 0; s < 16; ++s) {
-    std::fill_n(frame.begin() + 4096 + 256 * s, 256, 0x10 + s);
-    std::fill_n(frame.begin() + 12288 + 256 * s, 256, 0x80 + s);
+    std::fill_n(&frame[4096 + 256 * s], 256, 0x10 + s), std::fill_n(&frame[12288 + 256 * s], 256, 0x80 + s);
   }
-  Bytes out(1024, 0xEE);
-  ZpakConfig config = Config(1, frame.data(), frame.data() + 4096, frame.data() + frame.size(),
-                             out.data(), 128, 32, 33, 9, 128);
-  config.uvMetaPlane = frame.data() + 8192;
-  config.uvDataOffset = 8192;
+  ZpakConfig config = Config(1, frame.data(), frame.data() + 4096, &frame, out.data(), 128, 32, 33, 9, 128);
+  config.uvMetaPlane = frame.data() + 8192, config.uvDataOffset = 8192;
   ContextPtr context = MakeContext(1);
   EXPECT_EQ(DecodeZpakFrame(context.get(), &config), 128u);
-  for (size_t i = 0; i < 33 * 9; ++i) {
-    EXPECT_EQ(out[i], 0x10 + kOrder[4 * (i / 33 / 8) + i % 33 / 32]) << "luma " << i;
-  }
+  for (size_t i = 0; i < 33 * 9; ++i) EXPECT_EQ(out[i], 0x10 + kOrder[4 * (i / 33 / 8) + i % 33 / 32]) << i;
   for (size_t i = 0; i < 34 * 5; ++i) EXPECT_EQ(out[297 + i], 0x80 + kOrder[i % 34 / 32]) << i;
-  for (size_t i = 297 + 34 * 5; i < out.size(); ++i) EXPECT_EQ(out[i], 0xEE) << i;
+  EXPECT_EQ(Bytes(out.begin() + 297 + 170, out.end()), Bytes(1024 - 467, 0xEE));
   EXPECT_EQ(context->contextFormat, 1u);
   EXPECT_EQ(context->planeIndex, 1u);
 }
 
 TEST(DecodeFrame, Rgb565HalvesAndWholeTileColumns) {
-  // Slot 0 holds tile (0, 0): a raw left half (metadata 31, pixels 0x1234)
-  // and a right half whose all-escape stream runs past its 128 bytes, where
-  // it must meet zeros (not what the buffer's upper half held before).
+  // Tile (0, 0): a raw left half (metadata 31, pixels 0x1234) and a right
+  // half whose all-escape stream of zeros runs past its 128 bytes, where it
+  // must meet zeros, not what the upper half of the tile buffer held.
   BitWriter right;
   PutBits(&right, 0, 17);
   for (int g = 0; g < 16; ++g) PutBits(&right, 5, 3), PutBits(&right, 6, 3), PutBits(&right, 5, 3);
   Bytes frame(8192);
-  frame[0] = 31, frame[1] = 19;  // metadata columns 0 and 1 of tile row 0
+  frame[0] = 31, frame[1] = 19;  // metadata columns 0 and 1
   for (size_t p = 0; p < 64; ++p) Put(&frame, 4096 + 2 * p, {0x34, 0x12});
   Put(&frame, 4096 + 128, right.bytes);
-  struct WidthCase {
-    uint64_t width;
-    size_t decodedBytes;  // of each 2 x width-byte row
-  };
-  for (const WidthCase& c : {WidthCase{16, 0}, WidthCase{48, 64}, WidthCase{64, 128}}) {
-    Bytes out(2 * c.width * 4, 0xEE);
-    ZpakConfig config = Config(12, frame.data(), frame.data() + 4096, frame.data() + frame.size(),
-                               out.data(), 128, 16, c.width, 4, 256);
+  // {width, decoded bytes of each row}: ceil(width / 16) / 2 whole tiles.
+  for (const auto& [width, decoded] : {std::pair<size_t, size_t>{16, 0}, {48, 64}, {64, 128}}) {
+    Bytes out(2 * width * 4, 0xEE);
+    ZpakConfig config = Config(12, frame.data(), frame.data() + 4096, &frame, out.data(), 128, 16, width, 4, 256);
     ContextPtr context = MakeContext(12);
     std::fill_n(context->compressedTileBuffer, 256, 0xFF);
     EXPECT_EQ(DecodeZpakFrameRgb565(context.get(), &config), 256u);
-    for (size_t y = 0; y < 4; ++y) {
-      for (size_t x = 0; x < 2 * c.width; ++x) {
-        const uint8_t expected = x >= c.decodedBytes ? 0xEE : (x >= 32 ? 0 : (x % 2 ? 0x12 : 0x34));
-        ASSERT_EQ(out[y * 2 * c.width + x], expected) << "width " << c.width << " " << x << "," << y;
-      }
+    for (size_t i = 0; i < out.size(); ++i) {
+      const size_t x = i % (2 * width);
+      ASSERT_EQ(out[i], x >= decoded ? 0xEE : (x >= 32 ? 0 : (x % 2 ? 0x12 : 0x34))) << width << " " << i;
     }
   }
 }
 
 TEST(DecodeFrame, EarlyReturnsWriteNothing) {
-  struct ReturnCase {
-    uint64_t surfaceFormat, enable, bypass, height;
-    bool rgb565;
-    uint64_t result;
-  };
-  const ReturnCase cases[] = {{3, 0, 0, 16, false, 0},   {3, 1, 1, 16, false, 256},
-                              {12, 1, 0, 16, false, 256}, {3, 1, 0, 0, false, 256},
-                              {1, 1, 0, 0, false, 256},  {12, 0, 0, 16, true, 0},
-                              {12, 1, 1, 16, true, 256}, {12, 1, 0, 0, true, 256}};
+  // {surfaceFormat, enable, bypass, height, RGB565 decoder, result}
+  const uint64_t cases[][6] = {{3, 0, 0, 16, 0, 0},   {3, 1, 1, 16, 0, 256}, {12, 1, 0, 16, 0, 256},
+                               {3, 1, 0, 0, 0, 256},  {1, 1, 0, 0, 0, 256},  {12, 0, 0, 16, 1, 0},
+                               {12, 1, 1, 16, 1, 256}, {12, 1, 0, 0, 1, 256}};
   Bytes frame(8192, 31);
-  for (const ReturnCase& c : cases) {
+  for (const auto& [format, enable, bypass, height, rgb565, result] : cases) {
     Bytes out(4096, 0xEE);
-    ZpakConfig config = Config(c.surfaceFormat, frame.data(), frame.data() + 4096,
-                               frame.data() + frame.size(), out.data(), 64, 16, 64, c.height, 256);
-    config.enable = c.enable, config.bypass = c.bypass;
+    ZpakConfig config = Config(format, frame.data(), frame.data() + 4096, &frame, out.data(), 64, 16, 64, height, 256);
+    config.enable = enable, config.bypass = bypass;
     ContextPtr context = MakeContext(0);
-    EXPECT_EQ(c.rgb565 ? DecodeZpakFrameRgb565(context.get(), &config)
-                       : DecodeZpakFrame(context.get(), &config),
-              c.result);
-    EXPECT_EQ(out, Bytes(4096, 0xEE)) << c.surfaceFormat << " " << c.enable << " " << c.bypass;
+    EXPECT_EQ((rgb565 ? DecodeZpakFrameRgb565 : DecodeZpakFrame)(context.get(), &config), result);
+    EXPECT_EQ(out, Bytes(4096, 0xEE)) << format << " " << enable << " " << bypass;
   }
 }
 
