@@ -48,7 +48,7 @@ inline void FetchPlaneBytes(const PlaneSource& source, uint64_t offset, uint64_t
 
 // One metadata byte; 0 past the end of the frame buffer.
 inline uint32_t FetchMetadataByte(const PlaneSource& source, uint64_t offset) {
-  return offset < source.available ? source.base[offset] : 255;
+  return offset < source.available ? source.base[offset] : 0;
 }
 
 // Short tiles (at most two 64-byte units) in slots 1 and 2 of every group of
