@@ -97,7 +97,7 @@ TEST(FrameEncoder, Nv12FramesRoundTrip) {
   // and builds its tables from them; the decoder reads the real size from
   // tables of the aligned size. Sizes cover partial tiles, odd sizes, several
   // macro-tile and metadata-tile columns, and widths whose bands take the
-  // bank swizzle. (Heights of 64k + 1 lose their last chroma rows by design:
+  // bank swizzle. (Heights of 64k + 1 lose their last chroma rows on purpose:
   // the encode layout gives the chroma plane (h >> 1) rows.)
   const int sizes[][2] = {{32, 8},  {33, 9},   {40, 10},  {130, 70}, {258, 34},
                           {640, 64}, {1, 2},   {17, 200}, {1024, 40}, {2048, 72}};
