@@ -33,14 +33,24 @@ struct DecodeCommand {
   bool openOutputWithInput;
 };
 
-constexpr DecodeCommand kNv12Command{PlaneFormat::kNv12, LinearLayout::kNv12, kContextNv12,
-                                     kSurfaceNv12, "Converting buffer from ZPAK to NV12", false};
-constexpr DecodeCommand kRgba8888Command{PlaneFormat::kRgba8888, LinearLayout::kRgba8888,
-                                         kContextRgba8888, kSurfaceRgba8888,
-                                         "Converting buffer from ZPAK to RGBA8888", false};
-constexpr DecodeCommand kRgb565Command{PlaneFormat::kRgb565, LinearLayout::kRgb565,
-                                       kContextRgb565, kSurfaceRgb565,
-                                       "Converting buffer from ZPAK to RGB565", true};
+constexpr DecodeCommand kNv12Command{PlaneFormat::kNv12,
+                                     LinearLayout::kNv12,
+                                     kContextNv12,
+                                     kSurfaceNv12,
+                                     "Converting buffer from ZPAK to NV12",
+                                     false};
+constexpr DecodeCommand kRgba8888Command{PlaneFormat::kRgba8888,
+                                         LinearLayout::kRgba8888,
+                                         kContextRgba8888,
+                                         kSurfaceRgba8888,
+                                         "Converting buffer from ZPAK to RGBA8888",
+                                         false};
+constexpr DecodeCommand kRgb565Command{PlaneFormat::kRgb565,
+                                       LinearLayout::kRgb565,
+                                       kContextRgb565,
+                                       kSurfaceRgb565,
+                                       "Converting buffer from ZPAK to RGB565",
+                                       true};
 
 constexpr char kOpenFailed[] = "ERROR: Unable to open File %s\n";
 
@@ -144,7 +154,8 @@ void SwapRedAndBlue(uint8_t* buffer, uint32_t bytes) {
   constexpr uint32_t kHighFieldShift = 11;
   for (uint32_t i = 0; i + 1 < bytes; i += 2) {
     const uint32_t p = buffer[i] | static_cast<uint32_t>(buffer[i + 1]) << 8;
-    const uint32_t swapped = (p & kGreen) | (p >> kHighFieldShift) | ((p & kLowField) << kHighFieldShift);
+    const uint32_t swapped =
+        (p & kGreen) | (p >> kHighFieldShift) | ((p & kLowField) << kHighFieldShift);
     buffer[i] = static_cast<uint8_t>(swapped);
     buffer[i + 1] = static_cast<uint8_t>(swapped >> 8);
   }

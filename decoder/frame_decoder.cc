@@ -14,10 +14,10 @@ namespace {
 // decoder's output, and the surface's macro-tile and metadata-tile sizes in
 // the units of the plane width (pixels for RGBA8888, bytes for NV12).
 struct PlaneWalk {
-  uint64_t tileWidth;      // pixels or bytes a tile spans across the plane
-  uint64_t tileHeight;     // rows
-  uint64_t tileRowBytes;   // bytes of one decoded tile row
-  uint64_t elementBytes;   // element size of an uncompressed tile
+  uint64_t tileWidth;     // pixels or bytes a tile spans across the plane
+  uint64_t tileHeight;    // rows
+  uint64_t tileRowBytes;  // bytes of one decoded tile row
+  uint64_t elementBytes;  // element size of an uncompressed tile
   uint64_t macroWidth;
   uint64_t macroHeight;
   uint64_t metaWidth;
@@ -56,8 +56,8 @@ void FetchAndExpandTile(ZpakContext* context, const ZpakConfig& config, const Pl
     DecodeTile(context, context->compressedTileBuffer, metadataByte, context->decodedTileBuffer);
   } else {
     // Stored uncompressed, already in micro-block order.
-    ReorderMicroBlocks(context->compressedTileBuffer, context->decodedTileBuffer,
-                       walk.elementBytes, walk.tileRowBytes / walk.elementBytes, walk.tileHeight,
+    ReorderMicroBlocks(context->compressedTileBuffer, context->decodedTileBuffer, walk.elementBytes,
+                       walk.tileRowBytes / walk.elementBytes, walk.tileHeight,
                        MicroBlockDirection::kToRaster);
   }
 }
@@ -125,23 +125,30 @@ uint64_t DecodeNv12Frame(ZpakContext* context, const ZpakConfig& config) {
   PrepareTables(context, config, kLumaWalk);
 
   const PlaneSource yData = MakePlaneSource(config.yDataPlane, config.compressedEnd);
-  const Nv12PlaneWalk luma{yData, MakePlaneSource(config.yMetaPlane, config.compressedEnd),
-                           0, &kLumaWalk, tileRows, tilesPerRow, config.linearY, width, height,
-                           width};
+  const Nv12PlaneWalk luma{.data = yData,
+                           .meta = MakePlaneSource(config.yMetaPlane, config.compressedEnd),
+                           .planeIndex = 0,
+                           .walk = &kLumaWalk,
+                           .tileRows = tileRows,
+                           .tilesPerRow = tilesPerRow,
+                           .output = config.linearY,
+                           .pitch = width,
+                           .rowLimit = height,
+                           .columnLimit = width};
   DecodeNv12Plane(context, config, luma);
 
   // The chroma tiles reuse the luma tables: chroma tile row r is table row r.
   const uint64_t chromaPitch = 2 * ((width + 1) / 2);
-  const Nv12PlaneWalk chroma{OffsetPlaneSource(yData, config.uvDataOffset),
-                             MakePlaneSource(config.uvMetaPlane, config.compressedEnd),
-                             1,
-                             &kChromaWalk,
-                             (tileRows + 1) / 2,
-                             tilesPerRow,
-                             config.linearY + width * height,
-                             chromaPitch,
-                             (height + 1) / 2,
-                             chromaPitch};
+  const Nv12PlaneWalk chroma{.data = OffsetPlaneSource(yData, config.uvDataOffset),
+                             .meta = MakePlaneSource(config.uvMetaPlane, config.compressedEnd),
+                             .planeIndex = 1,
+                             .walk = &kChromaWalk,
+                             .tileRows = (tileRows + 1) / 2,
+                             .tilesPerRow = tilesPerRow,
+                             .output = config.linearY + width * height,
+                             .pitch = chromaPitch,
+                             .rowLimit = (height + 1) / 2,
+                             .columnLimit = chromaPitch};
   DecodeNv12Plane(context, config, chroma);
   return config.stride;
 }

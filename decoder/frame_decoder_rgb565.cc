@@ -38,10 +38,10 @@ uint64_t CeilDiv(uint64_t value, uint64_t divisor) {
 }
 
 void PrepareTables(ZpakContext* context, const ZpakConfig& config) {
-  const TileGridLayout layout = MakeTileGridLayout(
-      SlotRule::kRgb565Banked, config.alignedWidth, config.alignedHeight, kMacroWidth,
-      kMacroHeight, kTileWidth, kTileRows, kMetaWidth, kMetaHeight, config.swizzleEnable,
-      config.surfaceFormat, config.bypass, config.bankBit);
+  const TileGridLayout layout =
+      MakeTileGridLayout(SlotRule::kRgb565Banked, config.alignedWidth, config.alignedHeight,
+                         kMacroWidth, kMacroHeight, kTileWidth, kTileRows, kMetaWidth, kMetaHeight,
+                         config.swizzleEnable, config.surfaceFormat, config.bypass, config.bankBit);
   PrepareTileAddressTables(&context->addressTables, layout);
 }
 

@@ -18,7 +18,8 @@ inline constexpr uint64_t kMicroBlockElements = 16;
 // with `rowElements` elements to a row.
 constexpr uint64_t MicroBlockElement(uint64_t x, uint64_t y, uint64_t rowElements) {
   const uint64_t inBlock = (x & 1) | (y & 1) << 1 | (x & 2) << 1 | (y & 2) << 2;
-  const uint64_t block = (y / kMicroBlockSide) * (rowElements / kMicroBlockSide) + x / kMicroBlockSide;
+  const uint64_t block =
+      (y / kMicroBlockSide) * (rowElements / kMicroBlockSide) + x / kMicroBlockSide;
   return block * kMicroBlockElements + inBlock;
 }
 

@@ -33,6 +33,7 @@ constexpr uint64_t kPredictMedian = 1;
 constexpr uint64_t kPredictLeft = 2;
 
 constexpr uint64_t kMaxElementLog2 = 3;  // elements of 1, 2, 4 or 8 bytes
+constexpr uint64_t kMaxGroupShift = 8;   // groups of up to 256 samples
 constexpr uint64_t kBitsPerByte = 8;
 
 // The metadata byte is 4n + 15 for a tile of n 64-byte units.
@@ -186,7 +187,8 @@ void ReadGroupResiduals(TileBitReader* reader, uint32_t width, uint64_t count, u
   }
   const uint64_t window = PeekBits(*reader);
   SkipBits(reader, width * count);
-  for (uint64_t i = 0; i < count; ++i) out[i] = static_cast<uint32_t>(LowBits(window >> (i * width), width));
+  for (uint64_t i = 0; i < count; ++i)
+    out[i] = static_cast<uint32_t>(LowBits(window >> (i * width), width));
 }
 
 int64_t ClampSample(uint64_t value, int64_t maximum) {
@@ -264,7 +266,7 @@ bool PlaneShapeIsSupported(const PlaneCodecParams& plane) {
   if (components > kMaxComponents || plane.blockCount > kMaxBlocks) return false;
   if (components > 0 && plane.blockCount == 0) return false;
   if (plane.hasAlphaFlag != 0 && components == 0) return false;
-  if (plane.groupSize == 0 || plane.groupShift >= kBitsPerByte ||
+  if (plane.groupSize == 0 || plane.groupShift > kMaxGroupShift ||
       plane.groupSize != uint64_t{1} << plane.groupShift) {
     return false;
   }
@@ -302,7 +304,8 @@ void ParseTileBitstream(const PlaneCodecParams& plane, TileBitReader* reader, Ti
   }
 
   for (uint64_t b = 0; b < blocks; ++b) {
-    for (uint64_t c = 0; c < components; ++c) syntax->base[b][c] = ReadBits(reader, syntax->codedBits[c]);
+    for (uint64_t c = 0; c < components; ++c)
+      syntax->base[b][c] = ReadBits(reader, syntax->codedBits[c]);
   }
 
   uint8_t previous[kMaxComponents] = {};
@@ -316,9 +319,10 @@ void ParseTileBitstream(const PlaneCodecParams& plane, TileBitReader* reader, Ti
         const ComponentCodecParams& component = plane.components[c];
         if (g >= component.groupsPerBlock) continue;
         // A set bit repeats the component's previous code instead of a new one.
-        const uint8_t code = ReadBits(reader, 1) != 0
-                                 ? previous[c]
-                                 : static_cast<uint8_t>(ReadBits(reader, static_cast<uint32_t>(component.codeBits)));
+        const uint8_t code =
+            ReadBits(reader, 1) != 0
+                ? previous[c]
+                : static_cast<uint8_t>(ReadBits(reader, static_cast<uint32_t>(component.codeBits)));
         previous[c] = code;
         syntax->codes[b][c][g] = code;
       }
@@ -475,7 +479,8 @@ void PackBytes(const PlaneCodecParams& plane, const ComponentPlanes& planes, uin
     for (uint64_t y = 0; y < plane.tileHeight; ++y) {
       uint8_t* out = packed + y * plane.tileRowBytes + c;
       const int64_t* in = samples + y * plane.tileWidth;
-      for (uint64_t x = 0; x < plane.tileWidth; ++x) out[x * components] = static_cast<uint8_t>(in[x]);
+      for (uint64_t x = 0; x < plane.tileWidth; ++x)
+        out[x * components] = static_cast<uint8_t>(in[x]);
     }
   }
 }

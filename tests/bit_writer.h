@@ -17,7 +17,8 @@ struct BitWriter {
 inline void PutBits(BitWriter* writer, uint64_t value, uint32_t count) {
   for (uint32_t i = 0; i < count; ++i, ++writer->bitCount) {
     if (writer->bitCount % 8 == 0) writer->bytes.push_back(0);
-    if ((value >> i) & 1) writer->bytes.back() |= static_cast<uint8_t>(1u << (writer->bitCount % 8));
+    if ((value >> i) & 1)
+      writer->bytes.back() |= static_cast<uint8_t>(1u << (writer->bitCount % 8));
   }
 }
 

@@ -42,7 +42,8 @@ Bytes Nv12Frame(uint8_t y, uint8_t uv) {
 }
 
 TEST(DecodeCommands, Nv12Transcripts) {
-  const std::string head = "Converting buffer from ZPAK to NV12\n" +
+  const std::string head =
+      "Converting buffer from ZPAK to NV12\n" +
       Geometry({128, 32, 128, 32, 64, 16, 64, 16, 4096, 4096, 4096, 4096, 16384, 8192});
   Bytes twoFrames = Nv12Frame(0x40, 0x80);
   const Bytes second = Nv12Frame(0x41, 0x81);
@@ -62,8 +63,10 @@ TEST(DecodeCommands, Nv12Transcripts) {
   const Case cases[] = {
       {twoFrames, head + Frames(2) + kEnd, decoded},
       {oneByteMore,
-       head + "WARN:FileSize is not multiple of calculated ZPAK buffer size.\n"
-              "WARN:inputFileSize 32769 ZPAKBufSize 16384\n" + Frames(2) + kEnd,
+       head +
+           "WARN:FileSize is not multiple of calculated ZPAK buffer size.\n"
+           "WARN:inputFileSize 32769 ZPAKBufSize 16384\n" +
+           Frames(2) + kEnd,
        decoded},
       {{}, head + kEnd, {}},
   };
@@ -104,16 +107,25 @@ TEST(DecodeCommands, Rgb565SwapsRedAndBlue) {
     Bytes row;
   };
   const Case cases[] = {
-      {40, 4, 0x00, 0xF8, Geometry({256, 16, 0, 0, 64, 16, 0, 0, 4096, 4096, 0, 0, 8192, 4096}),
+      {40,
+       4,
+       0x00,
+       0xF8,
+       Geometry({256, 16, 0, 0, 64, 16, 0, 0, 4096, 4096, 0, 0, 8192, 4096}),
        {0x1F, 0x00}},
-      {129, 16, 0x01, 0x00, Geometry({256, 16, 0, 0, 64, 16, 0, 0, 4096, 4096, 0, 0, 8192, 4096}),
+      {129,
+       16,
+       0x01,
+       0x00,
+       Geometry({256, 16, 0, 0, 64, 16, 0, 0, 4096, 4096, 0, 0, 8192, 4096}),
        {0x00, 0x08}},
   };
   for (const Case& c : cases) {
     Bytes frame(8192, 31);
     for (size_t i = 4096; i < frame.size(); i += 2) frame[i] = c.low, frame[i + 1] = c.high;
     Bytes expected;
-    for (int p = 0; p < c.width * c.height; ++p) expected.insert(expected.end(), c.row.begin(), c.row.end());
+    for (int p = 0; p < c.width * c.height; ++p)
+      expected.insert(expected.end(), c.row.begin(), c.row.end());
     if (c.width % 2 != 0) expected[expected.size() - 2] = expected[expected.size() - 1] = 0;
     TempDir dir;
     WriteFile(dir.File("in"), frame);
@@ -159,7 +171,8 @@ TEST(DecodeCommands, RefusalsAndWriteFailures) {
                           Geometry({0, 16, 0, 0, 0, 16, 0, 0, 0, 0, 0, 0, 0, 0}) +
                           "WARN:FileSize is not multiple of calculated ZPAK buffer size.\n"
                           "WARN:inputFileSize 5 ZPAKBufSize 0\n"
-                          "ERROR: width and height must not be negative\n" + UsageText());
+                          "ERROR: width and height must not be negative\n" +
+                          UsageText());
   EXPECT_EQ(ReadFile(dir.File("out")), Bytes());
   // Buffers that fit, but the written frame's w x h x 3 reaches 2^31.
   r = RunTool({"U", dir.File("in"), dir.File("out"), "32768", "21846"});
@@ -172,8 +185,8 @@ TEST(DecodeCommands, RefusalsAndWriteFailures) {
   Bytes frame(106496, 31);  // NV12 256 x 256
   WriteFile(dir.File("in"), frame);
   r = RunTool({"U", dir.File("in"), "/dev/full", "256", "256"});
-  const std::string tail = "Input Frame Read completed=0\nERROR: Failed to write to file /dev/full" +
-                           UsageText();
+  const std::string tail =
+      "Input Frame Read completed=0\nERROR: Failed to write to file /dev/full" + UsageText();
   ASSERT_GE(r.output.size(), tail.size());
   EXPECT_EQ(r.output.substr(r.output.size() - tail.size()), tail);
 }

@@ -38,16 +38,17 @@ uint64_t ExpectedSlot(bool nv12, uint64_t r, uint64_t c, uint64_t m, bool swizzl
 
 TEST(TileAddressing, MetaByteOffsetWorkedValues) {
   // {row, column, metadata tiles per row, offset}: 8 x 8 quarters of 64 bytes.
-  const uint64_t cases[][4] = {{0, 7, 4, 7},     {0, 8, 4, 64},   {7, 0, 4, 56},
-                               {8, 0, 4, 128},   {9, 9, 4, 201},  {15, 15, 4, 255},
-                               {0, 16, 4, 256},  {16, 0, 4, 1024}, {17, 33, 8, 2569}};
-  for (const auto& c : cases) EXPECT_EQ(MetaByteOffset(c[0], c[1], c[2]), c[3]) << c[0] << "," << c[1];
+  const uint64_t cases[][4] = {{0, 7, 4, 7},    {0, 8, 4, 64},    {7, 0, 4, 56},
+                               {8, 0, 4, 128},  {9, 9, 4, 201},   {15, 15, 4, 255},
+                               {0, 16, 4, 256}, {16, 0, 4, 1024}, {17, 33, 8, 2569}};
+  for (const auto& c : cases)
+    EXPECT_EQ(MetaByteOffset(c[0], c[1], c[2]), c[3]) << c[0] << "," << c[1];
 }
 
 TEST(TileAddressing, SlotTablesMatchTheStatedRules) {
   // {surfaceFormat, macro tiles per row, swizzleEnable}
-  const uint64_t cases[][3] = {{3, 2, 1},  {3, 4, 1},  {3, 8, 1},  {3, 16, 1}, {3, 16, 0},
-                               {1, 8, 1},  {1, 16, 1}, {1, 32, 1}, {1, 32, 0}};
+  const uint64_t cases[][3] = {{3, 2, 1}, {3, 4, 1},  {3, 8, 1},  {3, 16, 1}, {3, 16, 0},
+                               {1, 8, 1}, {1, 16, 1}, {1, 32, 1}, {1, 32, 0}};
   for (const auto& [format, m, swizzle] : cases) {
     const bool nv12 = format == 1;
     TileAddressTables tables{};
@@ -70,15 +71,15 @@ TEST(TileAddressing, Rgb565SlotRules) {
   // flips with (r / 4) bit 0 when 4096 M is a multiple of 32768, bit 3 with
   // (r / 8) bit 0 at 65536. Unswizzled: i = c % 8 + 4 (r % 4) gives
   // kOrder[i] + 32 ((r / 4) M + c / 8), and 0 past i = 15.
-  const uint64_t cases[][5] = {{8, 1, 4, 0, 16 * 12},      {8, 1, 8, 5, 16 * 17 + 7},
-                               {16, 1, 8, 0, 16 * 40},     {16, 1, 12, 2, 16 * 60 + 10},
-                               {4, 1, 4, 0, 16 * 4},       {2, 0, 5, 6, 9 + 32 * 2},
-                               {4, 0, 0, 9, 7 + 32},       {2, 0, 3, 4, 0}};
+  const uint64_t cases[][5] = {{8, 1, 4, 0, 16 * 12},  {8, 1, 8, 5, 16 * 17 + 7},
+                               {16, 1, 8, 0, 16 * 40}, {16, 1, 12, 2, 16 * 60 + 10},
+                               {4, 1, 4, 0, 16 * 4},   {2, 0, 5, 6, 9 + 32 * 2},
+                               {4, 0, 0, 9, 7 + 32},   {2, 0, 3, 4, 0}};
   for (const auto& [m, swizzle, r, c, slot] : cases) {
     TileAddressTables tables{};
     ASSERT_TRUE(PrepareTileAddressTables(
-        &tables, MakeTileGridLayout(SlotRule::kRgb565Banked, 128 * m, 256, 128, 16, 32, 4, 256,
-                                    64, swizzle, 12, 0, 15)));
+        &tables, MakeTileGridLayout(SlotRule::kRgb565Banked, 128 * m, 256, 128, 16, 32, 4, 256, 64,
+                                    swizzle, 12, 0, 15)));
     EXPECT_EQ(TileSlot(tables, r, c), slot) << m << " " << r << "," << c;
     ReleaseTileAddressTables(&tables);
   }
@@ -135,7 +136,8 @@ TEST(DecodeFrame, RawTilesLandWhereTheAddressingPutsThem) {
         std::fill_n(&frame[slot], 128, lo), std::fill_n(&frame[slot + 128], 128, hi);
         if (r >= 8) continue;  // chroma has half the tile rows
         uvMeta[MetaByteOffset(r, c, t)] = 31;
-        std::fill_n(uvMeta + slot, 128, lo ^ 0x55), std::fill_n(uvMeta + slot + 128, 128, hi ^ 0x55);
+        std::fill_n(uvMeta + slot, 128, lo ^ 0x55),
+            std::fill_n(uvMeta + slot + 128, 128, hi ^ 0x55);
       }
     }
     Bytes out(2 * width * rows * (nv12 ? 1 : 4));
@@ -148,12 +150,14 @@ TEST(DecodeFrame, RawTilesLandWhereTheAddressingPutsThem) {
       for (uint64_t x = 0; x < width; ++x) {
         const uint8_t lo = uint8_t(x / (nv12 ? 32 : 16) + 1), hi = uint8_t(y / (nv12 ? 8 : 4) + 1);
         if (!nv12) {
-          ASSERT_EQ(Pixel(out, x, y, 4 * width), (Bytes{lo, hi, 0xA5, 0x5A})) << m << " " << x << "," << y;
+          ASSERT_EQ(Pixel(out, x, y, 4 * width), (Bytes{lo, hi, 0xA5, 0x5A}))
+              << m << " " << x << "," << y;
           continue;
         }
         ASSERT_EQ(out[y * width + x], y % 8 < 4 ? lo : hi) << m << " luma " << x << "," << y;
         if (y < rows / 2) {
-          ASSERT_EQ(out[width * rows + y * width + x], (y % 8 < 4 ? lo : hi) ^ 0x55) << m << " chroma " << x << "," << y;
+          ASSERT_EQ(out[width * rows + y * width + x], (y % 8 < 4 ? lo : hi) ^ 0x55)
+              << m << " chroma " << x << "," << y;
         }
       }
     }
@@ -164,28 +168,33 @@ TEST(DecodeFrame, HalfSlotRuleAlternativeAddressingAndEndOfBuffer) {
   // One macro tile (64 x 16): tile (r, c) in slot kOrder[4r + c]. A short
   // tile (metadata <= 23) in a slot s with s % 4 in {1, 2} starts at byte 128
   // of the slot, in addressing mode 1 only.
-  const uint64_t cases[][5] = {  // {row, column, metadata, addressingMode, upper}
-      {1, 1, 23, 1, 1}, {1, 1, 24, 1, 0}, {1, 1, 19, 1, 1}, {1, 1, 0, 1, 1}, {3, 1, 23, 1, 1},
-      {0, 0, 23, 1, 0}, {0, 1, 23, 1, 0}, {1, 2, 23, 1, 0}, {1, 1, 23, 0, 0}};
+  const uint64_t cases[][5] = {// {row, column, metadata, addressingMode, upper}
+                               {1, 1, 23, 1, 1}, {1, 1, 24, 1, 0}, {1, 1, 19, 1, 1},
+                               {1, 1, 0, 1, 1},  {3, 1, 23, 1, 1}, {0, 0, 23, 1, 0},
+                               {0, 1, 23, 1, 0}, {1, 2, 23, 1, 0}, {1, 1, 23, 0, 0}};
   for (const auto& [r, c, meta, mode, upper] : cases) {
     Bytes frame(8192), out(4096);
     frame[MetaByteOffset(r, c, 4)] = uint8_t(meta);
     Put(&frame, 4096 + 256 * kOrder[4 * r + c], FlatRgba({1, 2, 3, 4}));
     Put(&frame, 4096 + 256 * kOrder[4 * r + c] + 128, FlatRgba({5, 6, 7, 8}));
-    ZpakConfig config = Config(3, frame.data(), frame.data() + 4096, &frame, out.data(), 64, 16, 64, 16, 256);
+    ZpakConfig config =
+        Config(3, frame.data(), frame.data() + 4096, &frame, out.data(), 64, 16, 64, 16, 256);
     config.addressingMode = mode;
     DecodeZpakFrame(MakeContext(0).get(), &config);
-    EXPECT_EQ(Pixel(out, 16 * c + 5, 4 * r + 2, 256), upper ? Bytes({5, 6, 7, 8}) : Bytes({1, 2, 3, 4}))
+    EXPECT_EQ(Pixel(out, 16 * c + 5, 4 * r + 2, 256),
+              upper ? Bytes({5, 6, 7, 8}) : Bytes({1, 2, 3, 4}))
         << r << "," << c << " meta " << meta;
   }
   // Alternative addressing: tile (1, 1) stored uncompressed in micro-block
   // order from the start of slot 1 (whose metadata 0 is not even read).
   Bytes frame(8192), out(4096);
   for (size_t e = 0; e < 64; ++e) Put(&frame, 4096 + 256 + 4 * e, Bytes(4, e < 32 ? 1 : 2));
-  ZpakConfig config = Config(3, frame.data(), frame.data() + 4096, &frame, out.data(), 64, 16, 64, 16, 256);
+  ZpakConfig config =
+      Config(3, frame.data(), frame.data() + 4096, &frame, out.data(), 64, 16, 64, 16, 256);
   config.altAddressing = 1;
   DecodeZpakFrame(MakeContext(0).get(), &config);
-  for (size_t x = 0; x < 16; ++x) EXPECT_EQ(Pixel(out, 16 + x, 5, 256), Bytes(4, x < 8 ? 1 : 2)) << x;
+  for (size_t x = 0; x < 16; ++x)
+    EXPECT_EQ(Pixel(out, 16 + x, 5, 256), Bytes(4, x < 8 ? 1 : 2)) << x;
   // The same tile's upper half cut two bytes in by the end of the frame:
   // flags 0 and base 0xFF, then six bits of base 1; the rest reads as zero.
   std::fill(frame.begin() + 4096 + 256, frame.end(), 0xFF);
@@ -211,13 +220,16 @@ TEST(DecodeFrame, Nv12EdgesAreClipped) {
   // chroma 0x80 + slot.
   Bytes frame(4 * 4096, 31), out(1024, 0xEE);
   for (uint64_t s = 0; s < 16; ++s) {
-    std::fill_n(&frame[4096 + 256 * s], 256, 0x10 + s), std::fill_n(&frame[12288 + 256 * s], 256, 0x80 + s);
+    std::fill_n(&frame[4096 + 256 * s], 256, 0x10 + s),
+        std::fill_n(&frame[12288 + 256 * s], 256, 0x80 + s);
   }
-  ZpakConfig config = Config(1, frame.data(), frame.data() + 4096, &frame, out.data(), 128, 32, 33, 9, 128);
+  ZpakConfig config =
+      Config(1, frame.data(), frame.data() + 4096, &frame, out.data(), 128, 32, 33, 9, 128);
   config.uvMetaPlane = frame.data() + 8192, config.uvDataOffset = 8192;
   ContextPtr context = MakeContext(1);
   EXPECT_EQ(DecodeZpakFrame(context.get(), &config), 128u);
-  for (size_t i = 0; i < 33 * 9; ++i) EXPECT_EQ(out[i], 0x10 + kOrder[4 * (i / 33 / 8) + i % 33 / 32]) << i;
+  for (size_t i = 0; i < 33 * 9; ++i)
+    EXPECT_EQ(out[i], 0x10 + kOrder[4 * (i / 33 / 8) + i % 33 / 32]) << i;
   for (size_t i = 0; i < 34 * 5; ++i) EXPECT_EQ(out[297 + i], 0x80 + kOrder[i % 34 / 32]) << i;
   EXPECT_EQ(Bytes(out.begin() + 297 + 170, out.end()), Bytes(1024 - 467, 0xEE));
   EXPECT_EQ(context->contextFormat, 1u);
@@ -238,26 +250,29 @@ TEST(DecodeFrame, Rgb565HalvesAndWholeTileColumns) {
   // {width, decoded bytes of each row}: ceil(width / 16) / 2 whole tiles.
   for (const auto& [width, decoded] : {std::pair<size_t, size_t>{16, 0}, {48, 64}, {64, 128}}) {
     Bytes out(2 * width * 4, 0xEE);
-    ZpakConfig config = Config(12, frame.data(), frame.data() + 4096, &frame, out.data(), 128, 16, width, 4, 256);
+    ZpakConfig config =
+        Config(12, frame.data(), frame.data() + 4096, &frame, out.data(), 128, 16, width, 4, 256);
     ContextPtr context = MakeContext(12);
     std::fill_n(context->compressedTileBuffer, 256, 0xFF);
     EXPECT_EQ(DecodeZpakFrameRgb565(context.get(), &config), 256u);
     for (size_t i = 0; i < out.size(); ++i) {
       const size_t x = i % (2 * width);
-      ASSERT_EQ(out[i], x >= decoded ? 0xEE : (x >= 32 ? 0 : (x % 2 ? 0x12 : 0x34))) << width << " " << i;
+      ASSERT_EQ(out[i], x >= decoded ? 0xEE : (x >= 32 ? 0 : (x % 2 ? 0x12 : 0x34)))
+          << width << " " << i;
     }
   }
 }
 
 TEST(DecodeFrame, EarlyReturnsWriteNothing) {
   // {surfaceFormat, enable, bypass, height, RGB565 decoder, result}
-  const uint64_t cases[][6] = {{3, 0, 0, 16, 0, 0},   {3, 1, 1, 16, 0, 256}, {12, 1, 0, 16, 0, 256},
-                               {3, 1, 0, 0, 0, 256},  {1, 1, 0, 0, 0, 256},  {12, 0, 0, 16, 1, 0},
-                               {12, 1, 1, 16, 1, 256}, {12, 1, 0, 0, 1, 256}};
+  const uint64_t cases[][6] = {
+      {3, 0, 0, 16, 0, 0},  {3, 1, 1, 16, 0, 256}, {12, 1, 0, 16, 0, 256}, {3, 1, 0, 0, 0, 256},
+      {1, 1, 0, 0, 0, 256}, {12, 0, 0, 16, 1, 0},  {12, 1, 1, 16, 1, 256}, {12, 1, 0, 0, 1, 256}};
   Bytes frame(8192, 31);
   for (const auto& [format, enable, bypass, height, rgb565, result] : cases) {
     Bytes out(4096, 0xEE);
-    ZpakConfig config = Config(format, frame.data(), frame.data() + 4096, &frame, out.data(), 64, 16, 64, height, 256);
+    ZpakConfig config = Config(format, frame.data(), frame.data() + 4096, &frame, out.data(), 64,
+                               16, 64, height, 256);
     config.enable = enable, config.bypass = bypass;
     ContextPtr context = MakeContext(0);
     EXPECT_EQ((rgb565 ? DecodeZpakFrameRgb565 : DecodeZpakFrame)(context.get(), &config), result);

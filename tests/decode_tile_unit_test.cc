@@ -74,12 +74,23 @@ TEST(DecodeTile, MetadataChoosesRawOrCompressedForEveryPlane) {
     Bytes tile;
   };
   const FlatCase flats[] = {
-      {kRgba, &rgba, Tile(kRgba, [](size_t, size_t) { return Bytes{0x11, 0x22, 0x33, 0x44}; })},
+      {kRgba, &rgba,
+       Tile(kRgba,
+            [](size_t, size_t) {
+              return Bytes{0x11, 0x22, 0x33, 0x44};
+            })},
       // Luma blocks top-left, top-right, bottom-left, bottom-right.
-      {kLuma, &luma, Tile(kLuma, [](size_t x, size_t y) { return Bytes{uint8_t(0x11 * (1 + 2 * (y / 4) + x / 16))}; })},
+      {kLuma, &luma,
+       Tile(kLuma,
+            [](size_t x, size_t y) { return Bytes{uint8_t(0x11 * (1 + 2 * (y / 4) + x / 16))}; })},
       // Chroma blocks are stacked, each with a U and a V base.
-      {kChroma, &chroma, Tile(kChroma, [](size_t, size_t y) { return y < 4 ? Bytes{0x11, 0x22} : Bytes{0x33, 0x44}; })},
-      {kRgb565, &rgb565, Tile(kRgb565, [](size_t, size_t) { return Le16(17 + 32 * 34 + 2048 * 19); })},
+      {kChroma, &chroma,
+       Tile(kChroma,
+            [](size_t, size_t y) {
+              return y < 4 ? Bytes{0x11, 0x22} : Bytes{0x33, 0x44};
+            })},
+      {kRgb565, &rgb565,
+       Tile(kRgb565, [](size_t, size_t) { return Le16(17 + 32 * 34 + 2048 * 19); })},
   };
   // Raw exactly when the units reach the raw size: 31-34 for 256-byte tiles,
   // 23-26 and the special 31 for RGB565 half tiles.
@@ -151,9 +162,9 @@ TEST(DecodeTile, InverseColourTransformAndItsClamps) {
   };
   const ColourCase cases[] = {
       {kRgba, 100, 256 + 20, 256 - 10, 115, 95, 95},
-      {kRgba, 50, 256, 256 - 1, 51, 50, 51},       // arithmetic shift of -1
+      {kRgba, 50, 256, 256 - 1, 51, 50, 51},        // arithmetic shift of -1
       {kRgba, 255, 256 + 255, 256, 255, 255, 128},  // 383 clamps to 255
-      {kRgba, 0, 1, 256, 0, 0, 128},               // -127 clamps to 0
+      {kRgba, 0, 1, 256, 0, 0, 128},                // -127 clamps to 0
       {kRgb565, 10, 32 + 6, 32 - 4, 15, 8, 9},
       {kRgb565, 31, 32, 63, 16, 31, 16},  // green 47 clamps to 5 bits
   };
@@ -162,7 +173,8 @@ TEST(DecodeTile, InverseColourTransformAndItsClamps) {
     BitWriter w;
     PutBits(&w, 1, 1);
     if (rgba) PutBits(&w, 0, 1);
-    PutBits(&w, c.s0, rgba ? 8 : 5), PutBits(&w, c.s1, rgba ? 9 : 7), PutBits(&w, c.s2, rgba ? 9 : 6);
+    PutBits(&w, c.s0, rgba ? 8 : 5), PutBits(&w, c.s1, rgba ? 9 : 7),
+        PutBits(&w, c.s2, rgba ? 9 : 6);
     if (rgba) PutBits(&w, 77, 8);
     PutRepeated(&w, 0, 3, rgba ? 64 : 48);
     const Bytes pixel = rgba ? Bytes{uint8_t(c.r), uint8_t(c.g), uint8_t(c.b), 77}
@@ -179,7 +191,9 @@ TEST(DecodeTile, ConstantAlphaTakesBlockBaseAndReadsNoAlphaCodes) {
   PutAll(&w, {0, 0, 1}, 3);  // group 0 of components 0-2 only
   PutRepeated(&w, 0, 3, 45);
   PutAll(&w, {1, 0, 0, 0}, 1);
-  EXPECT_EQ(Decode(kRgba, w.bytes, 27), Tile(kRgba, [](size_t, size_t) { return Bytes{50, 60, 69, 200}; }));
+  EXPECT_EQ(Decode(kRgba, w.bytes, 27), Tile(kRgba, [](size_t, size_t) {
+              return Bytes{50, 60, 69, 200};
+            }));
 }
 
 TEST(DecodeTile, BitsPastTheStagedBytesReadAsZero) {
@@ -204,7 +218,7 @@ TEST(DecodeTile, FormatsWithoutLayoutWriteNothing) {
   const Bytes stored(256, 0x5A);
   // {format, planeIndex}: NV12 has planes 0 and 1 only; 2, 4, 7, 10, 11 and
   // codes above 12 have no layout.
-  const std::pair<uint64_t, uint64_t> kNoLayout[] = {{1, 2}, {2, 0},  {4, 0}, {7, 0},
+  const std::pair<uint64_t, uint64_t> kNoLayout[] = {{1, 2},  {2, 0},  {4, 0}, {7, 0},
                                                      {10, 0}, {11, 0}, {13, 0}};
   for (auto [format, plane] : kNoLayout) {
     context->contextFormat = format, context->planeIndex = plane;
