@@ -101,8 +101,8 @@ void SplitComponentRest(ByteSpan uv, int64_t uvOffset, int64_t phase, ByteSpan p
 
 }  // namespace
 
-void SplitClipped(ByteSpan uv, int64_t uvOffset, ByteSpan planar, int64_t uOffset,
-                  int64_t vOffset, int64_t count) {
+void SplitClipped(ByteSpan uv, int64_t uvOffset, ByteSpan planar, int64_t uOffset, int64_t vOffset,
+                  int64_t count) {
   const IndexRange uStored = InsideRange(uOffset, 1, 0, planar.size, count);
   const IndexRange vStored = InsideRange(vOffset, 1, 0, planar.size, count);
   const IndexRange loaded = Intersect(InsideRange(uvOffset, 2, 0, uv.size, count),

@@ -43,8 +43,8 @@ void InterleaveClipped(ByteSpan planar, int64_t uOffset, int64_t vOffset, ByteSp
 
 // planar[uOffset + i] = uv[uvOffset + 2i] and planar[vOffset + i] =
 // uv[uvOffset + 2i + 1] for i < count.
-void SplitClipped(ByteSpan uv, int64_t uvOffset, ByteSpan planar, int64_t uOffset,
-                  int64_t vOffset, int64_t count);
+void SplitClipped(ByteSpan uv, int64_t uvOffset, ByteSpan planar, int64_t uOffset, int64_t vOffset,
+                  int64_t count);
 
 // Sum over i < count of (b[bOffset + i] - a[aOffset + i])^2.
 uint64_t SquaredErrorClipped(ByteSpan a, int64_t aOffset, ByteSpan b, int64_t bOffset,

@@ -24,9 +24,7 @@ struct PsnrRegion {
 };
 
 // (w * h * 3) / 2 in signed 32-bit arithmetic.
-int32_t FrameBytes(int32_t width, int32_t height) {
-  return Mul32(Mul32(width, height), 3) / 2;
-}
+int32_t FrameBytes(int32_t width, int32_t height) { return Mul32(Mul32(width, height), 3) / 2; }
 
 // True once every row from `row` on starts past the buffer (or, for a
 // negative stride, ends before it), so it can only read zeros.

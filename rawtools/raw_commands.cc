@@ -49,7 +49,8 @@ uint32_t PaddedStride(int32_t width) {
 
 // U at planar[r * cw + c] and V at planar[cw * ch + r * cw + c] go to
 // uv[r * 2cw + 2c] and uv[r * 2cw + 2c + 1], for r < ch and c < cw.
-void InterleaveChromaPlanes(ByteSpan planar, ByteSpan uv, int32_t chromaWidth, int32_t chromaHeight) {
+void InterleaveChromaPlanes(ByteSpan planar, ByteSpan uv, int32_t chromaWidth,
+                            int32_t chromaHeight) {
   if (chromaWidth <= 0) return;
   const int64_t vStart = int64_t{chromaWidth} * chromaHeight;
   for (int64_t r = 0; r < chromaHeight; ++r) {
@@ -115,7 +116,8 @@ void WritePackedLuma(std::FILE* output, RawBuffer& frame, bool sizeExact, uint32
   }
   // Rows past the end of the buffer read as zeros; they are written in bulk.
   int64_t r = 0;
-  for (; r < height && r * stride < frame.size; ++r) WriteClipped(output, frame.Span(), r * stride, width);
+  for (; r < height && r * stride < frame.size; ++r)
+    WriteClipped(output, frame.Span(), r * stride, width);
   WriteZeros(output, (height - r) * width);
 }
 

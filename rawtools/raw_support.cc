@@ -60,7 +60,8 @@ void WriteClipped(std::FILE* file, ByteSpan source, int64_t offset, int64_t coun
     return;
   }
   WriteZeros(file, inside.lo);
-  std::fwrite(source.data + (offset + inside.lo), 1, static_cast<size_t>(inside.hi - inside.lo), file);
+  std::fwrite(source.data + (offset + inside.lo), 1, static_cast<size_t>(inside.hi - inside.lo),
+              file);
   WriteZeros(file, count - inside.hi);
 }
 

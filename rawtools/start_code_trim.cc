@@ -36,7 +36,8 @@ void WriteUnit(std::FILE* output, ByteSpan unit, int64_t length, bool endsAtStar
   if (last >= 0) std::fwrite(unit.data, 1, static_cast<size_t>(last + 1), output);
   if (!endsAtStartCode) return;
   uint8_t code[kStartCodeBytes];
-  for (int64_t k = 0; k < kStartCodeBytes; ++k) code[k] = ByteAt(unit, length - kStartCodeBytes + k);
+  for (int64_t k = 0; k < kStartCodeBytes; ++k)
+    code[k] = ByteAt(unit, length - kStartCodeBytes + k);
   std::fwrite(code, 1, sizeof code, output);
 }
 
