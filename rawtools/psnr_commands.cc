@@ -5,6 +5,7 @@
 
 #include "cli/file_io.h"
 #include "rawtools/clipped_rows.h"
+#include "rawtools/raw_kernels.h"
 #include "rawtools/raw_commands.h"
 #include "rawtools/raw_support.h"
 
@@ -25,29 +26,6 @@ struct PsnrRegion {
 
 // (w * h * 3) / 2 in signed 32-bit arithmetic.
 int32_t FrameBytes(int32_t width, int32_t height) { return Mul32(Mul32(width, height), 3) / 2; }
-
-// True once every row from `row` on starts past the buffer (or, for a
-// negative stride, ends before it), so it can only read zeros.
-bool RowsExhausted(int64_t row, int64_t stride, int64_t rowLength, int64_t bufferSize) {
-  const int64_t start = row * stride;
-  return stride >= 0 ? start >= bufferSize : start + rowLength <= 0;
-}
-
-// The squared luma error of one frame pair: first[r * w1 + c] against
-// second[r * w2 + c] for r < h1, c < w1. Positions outside a frame read 0.
-uint64_t LumaSquaredError(ByteSpan first, ByteSpan second, const PsnrRegion& region) {
-  const int64_t width = region.width1;
-  if (width <= 0) return 0;
-  uint64_t sum = 0;
-  for (int64_t r = 0; r < region.height1; ++r) {
-    if (RowsExhausted(r, width, width, first.size) &&
-        RowsExhausted(r, region.width2, width, second.size)) {
-      break;
-    }
-    sum += SquaredErrorClipped(first, r * width, second, r * region.width2, width);
-  }
-  return sum;
-}
 
 // 10 log10(P / E) of one frame pair, with P / E an integer division: the
 // decibel value of the truncated quotient, as the tool has always reported.
@@ -86,7 +64,8 @@ void ComparePsnr(const char* firstPath, const char* secondPath, const PsnrRegion
   double sum = 0.0;
   while (ReadWhole(firstFile.get(), first, firstBytes) &&
          ReadWhole(secondFile.get(), second, secondBytes)) {
-    sum += FramePsnr(peak, LumaSquaredError(first.Span(), second.Span(), region));
+    sum += FramePsnr(peak, LumaSquaredError(first.Span(), second.Span(), region.width1,
+                                            region.height1, region.width2));
     ++count;
   }
   std::printf("frame = %d psnr(avg) = %.2f\n", static_cast<int32_t>(count), Average(sum, count));

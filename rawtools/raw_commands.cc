@@ -47,60 +47,6 @@ uint32_t PaddedStride(int32_t width) {
   return (w + kStrideAlignment - 1) & kStrideMultipleBits ? aligned : aligned + kStrideAlignment;
 }
 
-// U at planar[r * cw + c] and V at planar[cw * ch + r * cw + c] go to
-// uv[r * 2cw + 2c] and uv[r * 2cw + 2c + 1], for r < ch and c < cw.
-void InterleaveChromaPlanes(ByteSpan planar, ByteSpan uv, int32_t chromaWidth,
-                            int32_t chromaHeight) {
-  if (chromaWidth <= 0) return;
-  const int64_t vStart = int64_t{chromaWidth} * chromaHeight;
-  for (int64_t r = 0; r < chromaHeight; ++r) {
-    const int64_t uvRow = r * 2 * chromaWidth;
-    if (uvRow >= uv.size) break;  // this row and all later ones fall outside
-    InterleaveClipped(planar, r * chromaWidth, vStart + r * chromaWidth, uv, uvRow, chromaWidth);
-  }
-}
-
-// Splits interleaved chroma rows `srcStride` apart, starting at `srcStart`,
-// into the U and V planes of a width x height planar frame: row r, column c
-// go to (r * width) / 2 + c and (width * height) / 4 + (r * width) / 2 + c,
-// for r < height / 2 and c < width / 2. With an odd width the U and V rows
-// are thus not padded to a whole chroma width; that layout is kept.
-void SplitChromaPlane(ByteSpan src, int64_t srcStart, int64_t srcStride, ByteSpan planar,
-                      int32_t width, int32_t height) {
-  const int64_t columns = width / 2;
-  if (columns <= 0) return;
-  const int64_t vStart = Mul32(width, height) / 4;
-  for (int64_t r = 0; r < height / 2; ++r) {
-    const int64_t uRow = (r * width) / 2;
-    if (uRow >= planar.size && vStart + uRow >= planar.size) break;
-    SplitClipped(src, srcStart + r * srcStride, planar, uRow, vStart + uRow, columns);
-  }
-}
-
-bool RowInside(int64_t bufferSize, int64_t offset, int64_t length) {
-  return offset >= 0 && offset + length <= bufferSize;
-}
-
-// The top-left cropWidth x cropHeight region of a plane `width` bytes wide.
-// Rows wider than the source run on into the next source row; past the end
-// of the source they read as 0.
-void CropLuma(ByteSpan src, int32_t width, ByteSpan dst, int32_t cropWidth, int32_t cropHeight) {
-  if (cropWidth <= 0) return;
-  const int64_t rows = std::max(cropHeight, 0);
-  int64_t inside = 0;
-  while (inside < rows && RowInside(src.size, inside * width, cropWidth) &&
-         RowInside(dst.size, inside * cropWidth, cropWidth)) {
-    ++inside;
-  }
-  // Only a non-negative width can keep more than one row inside.
-  CopyPlaneRows(src.data, static_cast<size_t>(std::max(width, 0)), dst.data,
-                static_cast<size_t>(cropWidth), static_cast<size_t>(cropWidth),
-                static_cast<size_t>(inside));
-  for (int64_t r = inside; r < rows && r * cropWidth < dst.size; ++r) {
-    CopyClipped(src, r * width, dst, r * cropWidth, cropWidth);
-  }
-}
-
 // Writes the width x height luma of a padded frame as packed rows. When the
 // frame's size did not wrap, every row lies inside the buffer and the rows are
 // packed in place (the chroma further on is untouched) and written at once.

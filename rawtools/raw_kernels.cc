@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "rawtools/raw_support.h"
+
 namespace pelcast {
 namespace {
 
@@ -23,6 +25,17 @@ uint32_t SumSquaresChunk(const uint8_t* x, size_t count) {
   uint32_t sum = 0;
   for (size_t i = 0; i < count; ++i) sum += uint32_t{x[i]} * x[i];
   return sum;
+}
+
+bool RowInside(int64_t bufferSize, int64_t offset, int64_t length) {
+  return offset >= 0 && offset + length <= bufferSize;
+}
+
+// True once every row from `row` on starts past the buffer (or, for a
+// negative stride, ends before it), so it can only read zeros.
+bool RowsExhausted(int64_t row, int64_t stride, int64_t rowLength, int64_t bufferSize) {
+  const int64_t start = row * stride;
+  return stride >= 0 ? start >= bufferSize : start + rowLength <= 0;
 }
 
 }  // namespace
@@ -58,6 +71,72 @@ uint64_t SumSquaresRow(const uint8_t* x, size_t count) {
   uint64_t sum = 0;
   for (size_t done = 0; done < count; done += kSquaresPerChunk) {
     sum += SumSquaresChunk(x + done, std::min(kSquaresPerChunk, count - done));
+  }
+  return sum;
+}
+
+// U at planar[r * cw + c] and V at planar[cw * ch + r * cw + c] go to
+// uv[r * 2cw + 2c] and uv[r * 2cw + 2c + 1], for r < ch and c < cw.
+void InterleaveChromaPlanes(ByteSpan planar, ByteSpan uv, int32_t chromaWidth,
+                            int32_t chromaHeight) {
+  if (chromaWidth <= 0) return;
+  const int64_t vStart = int64_t{chromaWidth} * chromaHeight;
+  for (int64_t r = 0; r < chromaHeight; ++r) {
+    const int64_t uvRow = r * 2 * chromaWidth;
+    if (uvRow >= uv.size) break;  // this row and all later ones fall outside
+    InterleaveClipped(planar, r * chromaWidth, vStart + r * chromaWidth, uv, uvRow, chromaWidth);
+  }
+}
+
+// Splits interleaved chroma rows `srcStride` apart, starting at `srcStart`,
+// into the U and V planes of a width x height planar frame: row r, column c
+// go to (r * width) / 2 + c and (width * height) / 4 + (r * width) / 2 + c,
+// for r < height / 2 and c < width / 2. With an odd width the U and V rows
+// are thus not padded to a whole chroma width; that layout is kept.
+void SplitChromaPlane(ByteSpan src, int64_t srcStart, int64_t srcStride, ByteSpan planar,
+                      int32_t width, int32_t height) {
+  const int64_t columns = width / 2;
+  if (columns <= 0) return;
+  const int64_t vStart = Mul32(width, height) / 4;
+  for (int64_t r = 0; r < height / 2; ++r) {
+    const int64_t uRow = (r * width) / 2;
+    if (uRow >= planar.size && vStart + uRow >= planar.size) break;
+    SplitClipped(src, srcStart + r * srcStride, planar, uRow, vStart + uRow, columns);
+  }
+}
+
+// The top-left cropWidth x cropHeight region of a plane `width` bytes wide.
+// Rows wider than the source run on into the next source row; past the end
+// of the source they read as 0.
+void CropLuma(ByteSpan src, int32_t width, ByteSpan dst, int32_t cropWidth, int32_t cropHeight) {
+  if (cropWidth <= 0) return;
+  const int64_t rows = std::max(cropHeight, 0);
+  int64_t inside = 0;
+  while (inside < rows && RowInside(src.size, inside * width, cropWidth) &&
+         RowInside(dst.size, inside * cropWidth, cropWidth)) {
+    ++inside;
+  }
+  // Only a non-negative width can keep more than one row inside.
+  CopyPlaneRows(src.data, static_cast<size_t>(std::max(width, 0)), dst.data,
+                static_cast<size_t>(cropWidth), static_cast<size_t>(cropWidth),
+                static_cast<size_t>(inside));
+  for (int64_t r = inside; r < rows && r * cropWidth < dst.size; ++r) {
+    CopyClipped(src, r * width, dst, r * cropWidth, cropWidth);
+  }
+}
+
+// The squared luma error of one frame pair: first[r * w1 + c] against
+// second[r * w2 + c] for r < h1, c < w1. Positions outside a frame read 0.
+uint64_t LumaSquaredError(ByteSpan first, ByteSpan second, int32_t width1, int32_t height1,
+                          int32_t width2) {
+  const int64_t width = width1;
+  if (width <= 0) return 0;
+  uint64_t sum = 0;
+  for (int64_t r = 0; r < height1; ++r) {
+    if (RowsExhausted(r, width, width, first.size) && RowsExhausted(r, width2, width, second.size)) {
+      break;
+    }
+    sum += SquaredErrorClipped(first, r * width, second, r * width2, width);
   }
   return sum;
 }

@@ -1,11 +1,13 @@
-// Byte-moving kernels of the raw 4:2:0 tools. Each works on rows that lie
-// wholly inside their buffers; the callers clip rows at buffer edges first.
-// They are plain loops the compiler vectorises, and their results are exactly
-// those of the per-pixel loops they replace.
+// Byte-moving kernels of the raw 4:2:0 tools: row kernels for rows that lie
+// wholly inside their buffers, and the commands' whole-plane work built on
+// them, which clips rows at the buffer edges first. Results are exactly those
+// of the per-pixel loops they replace.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
+
+#include "rawtools/clipped_rows.h"
 
 namespace pelcast {
 
@@ -27,5 +29,29 @@ uint64_t SumSquaredDifferenceRow(const uint8_t* a, const uint8_t* b, size_t coun
 
 // Sum over i < count of x[i]^2: the error against a row of zeros.
 uint64_t SumSquaresRow(const uint8_t* x, size_t count);
+
+// Whole-plane work of the commands, on buffers whose rows may fall partly or
+// wholly outside them (positions outside read as 0; stores outside are
+// dropped). Rows inside go to the row kernels above.
+
+// Command P's chroma: U at planar[r * cw + c] and V at planar[cw * ch + r * cw
+// + c] go to uv[r * 2cw + 2c] and uv[r * 2cw + 2c + 1], for r < ch, c < cw.
+void InterleaveChromaPlanes(ByteSpan planar, ByteSpan uv, int32_t chromaWidth,
+                            int32_t chromaHeight);
+
+// Commands I, C and E's chroma: interleaved rows `srcStride` apart from
+// `srcStart` to the U and V planes of a width x height planar frame, row r
+// starting at (r * width) / 2 and (width * height) / 4 + (r * width) / 2.
+void SplitChromaPlane(ByteSpan src, int64_t srcStart, int64_t srcStride, ByteSpan planar,
+                      int32_t width, int32_t height);
+
+// Command C's luma: the top-left cropWidth x cropHeight region of a plane
+// `width` bytes wide, packed.
+void CropLuma(ByteSpan src, int32_t width, ByteSpan dst, int32_t cropWidth, int32_t cropHeight);
+
+// Commands S and R: the squared error of first[r * width1 + c] against
+// second[r * width2 + c] for r < height1, c < width1.
+uint64_t LumaSquaredError(ByteSpan first, ByteSpan second, int32_t width1, int32_t height1,
+                          int32_t width2);
 
 }  // namespace pelcast
