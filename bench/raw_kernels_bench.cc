@@ -9,6 +9,8 @@
 //   raw_E/<subject>      E: chroma of a padded frame split (the luma is packed
 //                        in place, which for these strides moves nothing)
 //   raw_sse/<subject>    S/R: squared luma error of two frames
+//   raw_P_rows/<set>/<subject>, raw_sse_rows/<set>/<subject>: the row kernels
+//                        of one compiled set (plain, avx2) alone
 //   libyuv_<function>/<subject>  the reference: I420ToNV12, NV12ToI420,
 //                        ConvertToI420 with a crop, ComputeSumSquareError,
 //                        and MergeUVPlane / SplitUVPlane, libyuv's chroma-only
@@ -253,6 +255,41 @@ void RunKernel(benchmark::State& state, KernelCase kernel, const std::shared_ptr
   state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(Credited(f, kernel.credit)));
 }
 
+// One compiled set of row kernels alone over a frame's rows, to show what
+// each instruction set gives: P's interleave over the chroma rows, and the
+// error sum over the luma rows.
+void RunInterleaveRows(benchmark::State& state, const RowKernelSet* set,
+                       const std::shared_ptr<LazyFrame>& lazy) {
+  if (lazy->raw == nullptr) lazy->raw = MakeRawFrame(*lazy->frame);
+  RawFrame& f = *lazy->raw;
+  const size_t columns = static_cast<size_t>(f.width) / 2;
+  const uint8_t* u = f.planar.data() + f.LumaBytes();
+  const uint8_t* v = u + f.LumaBytes() / 4;
+  for (auto _ : state) {
+    for (size_t r = 0; r < static_cast<size_t>(f.height) / 2; ++r) {
+      set->interleaveChroma(u + r * columns, v + r * columns, f.outChroma.data() + 2 * r * columns,
+                            columns);
+    }
+    benchmark::ClobberMemory();
+  }
+  state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(f.FrameBytes()));
+}
+
+void RunSquaredErrorRows(benchmark::State& state, const RowKernelSet* set,
+                         const std::shared_ptr<LazyFrame>& lazy) {
+  if (lazy->raw == nullptr) lazy->raw = MakeRawFrame(*lazy->frame);
+  RawFrame& f = *lazy->raw;
+  const size_t w = static_cast<size_t>(f.width);
+  for (auto _ : state) {
+    uint64_t sum = 0;
+    for (size_t r = 0; r < static_cast<size_t>(f.height); ++r) {
+      sum += set->sumSquaredDifference(f.nv12.data() + r * w, f.other.data() + r * w, w);
+    }
+    benchmark::DoNotOptimize(sum);
+  }
+  state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(f.LumaBytes()));
+}
+
 // A 1920x1080 frame and the mosaic: the kernels' speed does not depend on the
 // picture, only on the sizes and on whether the frame stays in cache.
 void RegisterRawBenchmarks() {
@@ -270,6 +307,12 @@ void RegisterRawBenchmarks() {
     for (const KernelCase& kernel : kKernels) {
       const std::string name = std::string(kernel.name) + "/" + frame->name;
       benchmark::RegisterBenchmark(name.c_str(), RunKernel, kernel, lazy);
+    }
+    for (const RowKernelSet* set : RunnableRowKernelSets()) {
+      const std::string suffix = std::string("/") + set->name + "/" + frame->name;
+      benchmark::RegisterBenchmark(("raw_P_rows" + suffix).c_str(), RunInterleaveRows, set, lazy);
+      benchmark::RegisterBenchmark(("raw_sse_rows" + suffix).c_str(), RunSquaredErrorRows, set,
+                                   lazy);
     }
   }
 }

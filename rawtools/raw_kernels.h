@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <vector>
 
 #include "rawtools/clipped_rows.h"
 
@@ -29,6 +30,19 @@ uint64_t SumSquaredDifferenceRow(const uint8_t* a, const uint8_t* b, size_t coun
 
 // Sum over i < count of x[i]^2: the error against a row of zeros.
 uint64_t SumSquaresRow(const uint8_t* x, size_t count);
+
+// The row kernels that gain from wider vectors, compiled for one instruction
+// set. Every set gives exactly the same results.
+struct RowKernelSet {
+  const char* name;  // "plain", "avx2"
+  void (*interleaveChroma)(const uint8_t* u, const uint8_t* v, uint8_t* uv, size_t count);
+  uint64_t (*sumSquaredDifference)(const uint8_t* a, const uint8_t* b, size_t count);
+  uint64_t (*sumSquares)(const uint8_t* x, size_t count);
+};
+
+// The sets this processor can run, the plain one first. The row kernels above
+// use the last, the widest.
+const std::vector<const RowKernelSet*>& RunnableRowKernelSets();
 
 // Whole-plane work of the commands, on buffers whose rows may fall partly or
 // wholly outside them (positions outside read as 0; stores outside are
