@@ -1,0 +1,268 @@
+#!/usr/bin/env python3
+"""Writes bench/RESULTS.md from one pelcast_bench JSON report and the
+end-to-end table of tools/e2e-bench.sh. Run by tools/bench.sh; every ratio it
+prints divides two figures of the same run.
+
+  results_report.py --json FILE --e2e FILE --out FILE --machine TEXT
+                    --compiler TEXT --commands TEXT [--note TEXT]...
+"""
+import argparse
+import json
+import re
+import sys
+
+MB = 1e6
+
+
+def load_rows(path):
+    """Median MB/s per benchmark name, and the error text of skipped rows."""
+    with open(path) as f:
+        report = json.load(f)
+    rates, errors = {}, {}
+    for entry in report["benchmarks"]:
+        name = entry.get("run_name", entry["name"])
+        if entry.get("error_occurred"):
+            errors[name] = entry.get("error_message", "error")
+            continue
+        aggregate = entry.get("aggregate_name")
+        if aggregate not in (None, "median"):
+            continue
+        if "bytes_per_second" in entry:
+            rates[name] = entry["bytes_per_second"] / MB
+    return report["context"], rates, errors
+
+
+def fmt_rate(value):
+    if value is None:
+        return "-"
+    return f"{value:,.0f}" if value >= 100 else f"{value:,.1f}"
+
+
+def fmt_ratio(a, b):
+    if a is None or b is None or b == 0:
+        return "-"
+    r = a / b
+    return f"{r:.3f}" if r < 0.1 else f"{r:.2f}"
+
+
+def subjects(rates, prefix):
+    """Subjects of rows named prefix/<subject>, in first-seen order."""
+    seen = []
+    for name in rates:
+        if name.startswith(prefix + "/"):
+            subject = name[len(prefix) + 1:]
+            if subject not in seen:
+                seen.append(subject)
+    return seen
+
+
+class Report:
+    def __init__(self, rates, errors):
+        self.rates = rates
+        self.errors = errors
+        self.used = set()
+        self.lines = []
+
+    def get(self, name):
+        if name in self.rates:
+            self.used.add(name)
+            return self.rates[name]
+        return None
+
+    def out(self, text=""):
+        self.lines.append(text)
+
+    def table(self, header, rows, text_columns=1):
+        """A table whose first `text_columns` columns are text, the rest figures."""
+        self.out("| " + " | ".join(header) + " |")
+        self.out("|" + "|".join("---" if i < text_columns else "---:"
+                                for i in range(len(header))) + "|")
+        for row in rows:
+            self.out("| " + " | ".join(row) + " |")
+        self.out()
+
+
+def frame_tables(r):
+    r.out("## Frame codecs")
+    r.out()
+    r.out("In-process frame functions (`DecodeZpakFrame`, `DecodeZpakFrameRgb565`, "
+          "`EncodeZpakFrame`, `EncodeZpakFrameRgb565`) with the buffers and descriptor the "
+          "commands use, on every 1920x1080 corpus file (`pan-hillside-8f`: its eight frames "
+          "in turn) and on `uhd-mosaic`, a 3840x2160 frame of four corpus frames. MB/s of the "
+          "packed linear frame in both directions; memcpy copies the same packed frames; QOI "
+          "encodes and decodes the same RGBA frames. Every decode row was checked to give back "
+          "the encoded frame before it was timed.")
+    r.out()
+    for direction, qoi in (("decode", "qoi_decode"), ("encode", "qoi_encode")):
+        for fmt in ("nv12", "rgba8888", "rgb565"):
+            prefix = f"frame_{direction}/{fmt}"
+            names = subjects(r.rates, prefix)
+            if not names:
+                continue
+            with_qoi = fmt == "rgba8888" and any(f"{qoi}/{fmt}/{s}" in r.rates for s in names)
+            header = ["subject", f"pelcast {direction} MB/s", "memcpy MB/s", "pelcast / memcpy"]
+            if with_qoi:
+                header += [f"QOI {direction} MB/s", "pelcast / QOI"]
+            rows = []
+            for s in names:
+                ours = r.get(f"{prefix}/{s}")
+                copy = r.get(f"memcpy/{fmt}/{s}")
+                row = [s, fmt_rate(ours), fmt_rate(copy), fmt_ratio(ours, copy)]
+                if with_qoi:
+                    ref = r.get(f"{qoi}/{fmt}/{s}")
+                    row += [fmt_rate(ref), fmt_ratio(ours, ref)]
+                rows.append(row)
+            r.out(f"### Frame {direction}, {fmt.upper()}")
+            r.out()
+            r.table(header, rows)
+
+
+def tile_table(r):
+    kinds = subjects(r.rates, "tile_decode") or subjects(r.rates, "tile_encode")
+    if not kinds:
+        return
+    r.out("## Tile codecs")
+    r.out()
+    r.out("`DecodeTile` and `EncodeZpakTile` alone on 4096 tiles per plane kind, cut evenly "
+          "from the single-frame corpus files of the format (about 1 MB: the set stays in "
+          "cache). MB/s of raw tile bytes; memcpy copies the same raw tiles.")
+    r.out()
+    rows = []
+    for k in kinds:
+        dec = r.get(f"tile_decode/{k}")
+        enc = r.get(f"tile_encode/{k}")
+        copy = r.get(f"memcpy_tiles/{k}")
+        rows.append([k, fmt_rate(dec), fmt_rate(enc), fmt_rate(copy), fmt_ratio(dec, copy),
+                     fmt_ratio(enc, copy)])
+    r.table(["plane kind", "decode MB/s", "encode MB/s", "memcpy MB/s", "decode / memcpy",
+             "encode / memcpy"], rows)
+
+
+RAW_KERNELS = [
+    ("P: planar to NV12", "raw_P", "libyuv_I420ToNV12", "libyuv_MergeUVPlane"),
+    ("I: NV12 to planar", "raw_I", "libyuv_NV12ToI420", "libyuv_SplitUVPlane"),
+    ("C: crop to 2/3 x 2/3, planar", "raw_C", "libyuv_ConvertToI420_crop", None),
+    ("E: padded NV12 to planar", "raw_E", "libyuv_NV12ToI420_padded", "libyuv_SplitUVPlane_padded"),
+    ("S/R: luma squared error", "raw_sse", "libyuv_ComputeSumSquareError", None),
+]
+
+
+def raw_tables(r):
+    names = subjects(r.rates, "raw_P")
+    if not names:
+        return
+    r.out("## Raw tools: in-memory work per frame")
+    r.out()
+    r.out("What each command does to a frame between its read and its write, beside libyuv "
+          "converting the same frame. P and I write the luma straight from their read buffer, "
+          "so their work is the chroma reshuffle; libyuv's whole conversions also copy the luma "
+          "into a new plane, and its MergeUVPlane / SplitUVPlane rows are the same chroma-only "
+          "share. MB/s of the packed output frame (C: the cropped frame; S/R: the luma plane "
+          "compared). T does nothing between read and write: its figure is the e2e table's.")
+    r.out()
+    rows = []
+    for s in names:
+        for label, ours_name, full_name, share_name in RAW_KERNELS:
+            ours = r.get(f"{ours_name}/{s}")
+            full = r.get(f"{full_name}/{s}")
+            share = r.get(f"{share_name}/{s}") if share_name else None
+            rows.append([label, s, fmt_rate(ours), f"{fmt_rate(full)} ({full_name[7:]})",
+                         fmt_ratio(ours, full),
+                         f"{fmt_rate(share)} ({share_name[7:]})" if share_name else "-",
+                         fmt_ratio(ours, share)])
+    r.table(["command", "subject", "pelcast MB/s", "libyuv MB/s", "pelcast / libyuv",
+             "libyuv same share MB/s", "pelcast / share"], rows, text_columns=2)
+    sets = []
+    for name in r.rates:
+        m = re.match(r"raw_P_rows/([^/]+)/", name)
+        if m and m.group(1) not in sets:
+            sets.append(m.group(1))
+    if sets:
+        r.out("### Row kernels per instruction set")
+        r.out()
+        r.out("The same loops compiled for each instruction set this processor runs (the "
+              "commands use the last): P's interleave over the chroma rows (MB/s of the frame) "
+              "and the squared error over the luma rows (MB/s of luma).")
+        r.out()
+        rows = []
+        for s in names:
+            for kernel in ("raw_P_rows", "raw_sse_rows"):
+                base = r.get(f"{kernel}/{sets[0]}/{s}")
+                cells = [kernel[:-5], s]
+                for st in sets:
+                    v = r.get(f"{kernel}/{st}/{s}")
+                    cells.append(fmt_rate(v))
+                cells.append(fmt_ratio(r.get(f"{kernel}/{sets[-1]}/{s}"), base))
+                rows.append(cells)
+        r.table(["kernel", "subject"] + [f"{st} MB/s" for st in sets] +
+                [f"{sets[-1]} / {sets[0]}"], rows, text_columns=2)
+
+
+def other_table(r):
+    rest = [n for n in r.rates if n not in r.used]
+    if rest:
+        r.out("## Other benchmarks")
+        r.out()
+        r.out("Rows of further benchmark files, as measured (MB/s as each file counts it).")
+        r.out()
+        r.table(["benchmark", "MB/s"], [[n, fmt_rate(r.rates[n])] for n in rest])
+    if r.errors:
+        r.out("## Rows that reported an error")
+        r.out()
+        r.table(["benchmark", "error"], [[n, e] for n, e in r.errors.items()], text_columns=2)
+
+
+def main():
+    parser = argparse.ArgumentParser()
+    parser.add_argument("--json", required=True)
+    parser.add_argument("--e2e", required=True)
+    parser.add_argument("--out", required=True)
+    parser.add_argument("--machine", required=True)
+    parser.add_argument("--compiler", required=True)
+    parser.add_argument("--commands", required=True)
+    parser.add_argument("--note", action="append", default=[])
+    args = parser.parse_args()
+
+    context, rates, errors = load_rows(args.json)
+    r = Report(rates, errors)
+    r.out("# pelcast benchmark results")
+    r.out()
+    r.out("Regenerated by `tools/bench.sh`; do not edit by hand. Every ratio divides two "
+          "figures of this same run. MB/s are 10^6 bytes per second of uncompressed pixel "
+          "bytes, medians of repeated runs (CPU time, one thread).")
+    r.out()
+    r.out(f"- Machine: {args.machine}")
+    r.out(f"- Compiler: {args.compiler}")
+    r.out(f"- Run: {context.get('date', '?')}; load average at the start "
+          f"{', '.join(f'{x:.2f}' for x in context.get('load_avg', []))}")
+    r.out(f"- References: libyuv {context.get('libyuv', 'absent')}; QOI {context.get('qoi', 'absent')}")
+    for note in args.note:
+        r.out(f"- Note: {note}")
+    r.out()
+    r.out("Commands:")
+    r.out()
+    r.out("```")
+    r.out(args.commands)
+    r.out("```")
+    r.out()
+    frame_tables(r)
+    tile_table(r)
+    raw_tables(r)
+    r.out("## End to end: the commands against cat")
+    r.out()
+    r.out("`tools/e2e-bench.sh`: the real pelcast commands on corpus files (single frames: "
+          "photo-mountains; seq: the 8-frame pan sequence), each beside `cat` of the same "
+          "input to the same output place, warm page cache, median wall-clock time of "
+          "repeated runs measured by hyperfine. ratio = pelcast / cat. The output column is "
+          "the comparison with an independently known result where one exists.")
+    r.out()
+    with open(args.e2e) as f:
+        r.out(f.read().rstrip("\n"))
+    r.out()
+    other_table(r)
+    with open(args.out, "w") as f:
+        f.write("\n".join(r.lines).rstrip("\n") + "\n")
+
+
+if __name__ == "__main__":
+    sys.exit(main())
