@@ -5,6 +5,7 @@
 #include "decoder/frame_walk.h"
 #include "decoder/micro_block.h"
 #include "decoder/tile_decoder.h"
+#include "decoder/tile_kernels.h"
 #include "surface/tile_addressing.h"
 
 namespace pelcast {
@@ -64,7 +65,7 @@ void FetchAndExpandTile(ZpakContext* context, const ZpakConfig& config, const Pl
 
 // RGBA8888: whole tiles, never clipped, at the larger of the stride and four
 // times the tile count (the stride in every real surface).
-uint64_t DecodeRgba8888Frame(ZpakContext* context, const ZpakConfig& config) {
+uint64_t DecodeRgba8888Frame(ZpakContext* context, const ZpakConfig& config, TileKernel kernel) {
   const uint64_t tilesPerRow = CeilDiv(config.width, kRgbaWalk.tileWidth);
   const uint64_t tileRows = CeilDiv(config.height, kRgbaWalk.tileHeight);
   const uint64_t pitch = std::max<uint64_t>(config.stride, 4 * tilesPerRow);
@@ -72,6 +73,23 @@ uint64_t DecodeRgba8888Frame(ZpakContext* context, const ZpakConfig& config) {
   PrepareTables(context, config, kRgbaWalk);
   const PlaneSource data = MakePlaneSource(config.yDataPlane, config.compressedEnd);
   const PlaneSource meta = MakePlaneSource(config.yMetaPlane, config.compressedEnd);
+  TileKind kind;
+  if (UsesTileKernel(*context, config, kernel, &kind) && kind == TileKind::kRgba8888) {
+    PaddedTile padded{};
+    for (uint64_t tr = 0; tr < tileRows; ++tr) {
+      for (uint64_t tc = 0; tc < tilesPerRow; ++tc) {
+        const uint32_t metadataByte = FetchTile(context->addressTables, config, data, meta, tr, tc,
+                                                padded.bytes);
+        uint8_t* out = config.linearY + kRgbaWalk.tileHeight * tr * pitch +
+                       kRgbaWalk.tileRowBytes * tc;
+        ExpandTile(kernel, kind, metadataByte, padded.bytes, out, pitch);
+      }
+    }
+    if (tilesPerRow != 0) {
+      FetchAndExpandTile(context, config, data, meta, kRgbaWalk, tileRows - 1, tilesPerRow - 1);
+    }
+    return pitch;
+  }
   for (uint64_t tr = 0; tr < tileRows; ++tr) {
     for (uint64_t tc = 0; tc < tilesPerRow; ++tc) {
       FetchAndExpandTile(context, config, data, meta, kRgbaWalk, tr, tc);
@@ -99,12 +117,49 @@ struct Nv12PlaneWalk {
   uint64_t columnLimit;
 };
 
-void DecodeNv12Plane(ZpakContext* context, const ZpakConfig& config, const Nv12PlaneWalk& plane) {
+// Tiles inside the plane are expanded in place; the ones the right or
+// bottom edge cuts go through a tile buffer and the clipped copy.
+void DecodeNv12PlaneWithKernel(ZpakContext* context, const ZpakConfig& config,
+                               const Nv12PlaneWalk& plane, TileKernel kernel, TileKind kind) {
   const PlaneWalk& walk = *plane.walk;
+  PaddedTile padded{};
+  alignas(32) uint8_t tile[kSlotBytes];
+  for (uint64_t tr = 0; tr < plane.tileRows; ++tr) {
+    const uint64_t row = walk.tileHeight * tr;
+    const bool wholeRows = row + walk.tileHeight <= plane.rowLimit;
+    for (uint64_t tc = 0; tc < plane.tilesPerRow; ++tc) {
+      const uint32_t metadataByte = FetchTile(context->addressTables, config, plane.data,
+                                              plane.meta, tr, tc, padded.bytes);
+      const uint64_t column = walk.tileRowBytes * tc;
+      if (wholeRows && column + walk.tileRowBytes <= plane.columnLimit) {
+        ExpandTile(kernel, kind, metadataByte, padded.bytes,
+                   plane.output + row * plane.pitch + column, plane.pitch);
+        continue;
+      }
+      ExpandTile(kernel, kind, metadataByte, padded.bytes, tile, walk.tileRowBytes);
+      const TilePlacement at{row, column, walk.tileHeight, walk.tileRowBytes};
+      StoreClippedTile(tile, at, plane.output, plane.pitch, plane.rowLimit, plane.columnLimit);
+    }
+  }
+  // The context's tile buffers end as the general decoder leaves them.
+  FetchAndExpandTile(context, config, plane.data, plane.meta, walk, plane.tileRows - 1,
+                     plane.tilesPerRow - 1);
+}
+
+void DecodeNv12Plane(ZpakContext* context, const ZpakConfig& config, const Nv12PlaneWalk& plane,
+                     TileKernel kernel) {
+  if (plane.tileRows == 0 || plane.tilesPerRow == 0) return;
+  const PlaneWalk& walk = *plane.walk;
+  // Every tile of the plane is decoded with the same format and plane.
+  context->contextFormat = kContextNv12;
+  context->planeIndex = plane.planeIndex;
+  TileKind kind;
+  if (UsesTileKernel(*context, config, kernel, &kind)) {
+    DecodeNv12PlaneWithKernel(context, config, plane, kernel, kind);
+    return;
+  }
   for (uint64_t tr = 0; tr < plane.tileRows; ++tr) {
     for (uint64_t tc = 0; tc < plane.tilesPerRow; ++tc) {
-      context->contextFormat = kContextNv12;
-      context->planeIndex = plane.planeIndex;
       FetchAndExpandTile(context, config, plane.data, plane.meta, walk, tr, tc);
       const TilePlacement at{walk.tileHeight * tr, walk.tileRowBytes * tc, walk.tileHeight,
                              walk.tileRowBytes};
@@ -116,7 +171,7 @@ void DecodeNv12Plane(ZpakContext* context, const ZpakConfig& config, const Nv12P
 
 // NV12: luma rows packed at `width` bytes; the interleaved chroma follows
 // right after width x height luma bytes, at the width rounded up to even.
-uint64_t DecodeNv12Frame(ZpakContext* context, const ZpakConfig& config) {
+uint64_t DecodeNv12Frame(ZpakContext* context, const ZpakConfig& config, TileKernel kernel) {
   const uint64_t width = config.width;
   const uint64_t height = config.height;
   const uint64_t tilesPerRow = CeilDiv(width, kLumaWalk.tileWidth);
@@ -135,7 +190,7 @@ uint64_t DecodeNv12Frame(ZpakContext* context, const ZpakConfig& config) {
                            .pitch = width,
                            .rowLimit = height,
                            .columnLimit = width};
-  DecodeNv12Plane(context, config, luma);
+  DecodeNv12Plane(context, config, luma, kernel);
 
   // The chroma tiles reuse the luma tables: chroma tile row r is table row r.
   const uint64_t chromaPitch = 2 * ((width + 1) / 2);
@@ -149,18 +204,26 @@ uint64_t DecodeNv12Frame(ZpakContext* context, const ZpakConfig& config) {
                              .pitch = chromaPitch,
                              .rowLimit = (height + 1) / 2,
                              .columnLimit = chromaPitch};
-  DecodeNv12Plane(context, config, chroma);
+  DecodeNv12Plane(context, config, chroma, kernel);
   return config.stride;
 }
 
 }  // namespace
 
-uint64_t DecodeZpakFrame(ZpakContext* context, const ZpakConfig* config) {
+uint64_t DecodeZpakFrameWithKernel(ZpakContext* context, const ZpakConfig* config,
+                                   TileKernel kernel) {
   if (context == nullptr || config == nullptr || config->enable == 0) return 0;
   if (config->bypass != 0) return config->stride;
-  if (config->surfaceFormat == kSurfaceRgba8888) return DecodeRgba8888Frame(context, *config);
-  if (config->surfaceFormat == kSurfaceNv12) return DecodeNv12Frame(context, *config);
+  if (!TileKernelAvailable(kernel)) kernel = TileKernel::kPlain;
+  if (config->surfaceFormat == kSurfaceRgba8888) {
+    return DecodeRgba8888Frame(context, *config, kernel);
+  }
+  if (config->surfaceFormat == kSurfaceNv12) return DecodeNv12Frame(context, *config, kernel);
   return config->stride;
+}
+
+uint64_t DecodeZpakFrame(ZpakContext* context, const ZpakConfig* config) {
+  return DecodeZpakFrameWithKernel(context, config, BestTileKernel());
 }
 
 }  // namespace pelcast

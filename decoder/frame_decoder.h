@@ -3,6 +3,7 @@
 
 #include <cstdint>
 
+#include "decoder/tile_kernels.h"
 #include "surface/zpak_context.h"
 
 namespace pelcast {
@@ -14,5 +15,14 @@ uint64_t DecodeZpakFrame(ZpakContext* context, const ZpakConfig* config);
 
 // Decodes one RGB565 frame (half tiles of 16 x 4 pixels, two per slot).
 uint64_t DecodeZpakFrameRgb565(ZpakContext* context, const ZpakConfig* config);
+
+// The same decoders with a chosen tile kernel (the plain functions use the
+// fastest this processor runs); every kernel writes the same bytes and leaves
+// the context as the general decoder does. An unavailable vector kernel runs
+// as the portable one.
+uint64_t DecodeZpakFrameWithKernel(ZpakContext* context, const ZpakConfig* config,
+                                   TileKernel kernel);
+uint64_t DecodeZpakFrameRgb565WithKernel(ZpakContext* context, const ZpakConfig* config,
+                                         TileKernel kernel);
 
 }  // namespace pelcast

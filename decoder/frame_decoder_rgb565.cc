@@ -8,6 +8,7 @@
 #include "decoder/frame_walk.h"
 #include "decoder/micro_block.h"
 #include "decoder/tile_decoder.h"
+#include "decoder/tile_kernels.h"
 #include "surface/tile_addressing.h"
 
 namespace pelcast {
@@ -65,9 +66,73 @@ void DecodeHalfTile(ZpakContext* context, const ZpakConfig& config, const PlaneS
   }
 }
 
+// The walk's numbers: tile rows and columns, and the linear plane.
+struct Rgb565Walk {
+  PlaneSource data;
+  PlaneSource meta;
+  uint64_t tileRows;
+  uint64_t tilesPerRow;
+  uint64_t pitch;   // bytes per linear row; also the column limit
+  uint64_t height;  // rows of the linear plane written
+};
+
+void StoreHalfTile(const uint8_t* decoded, const ZpakConfig& config, const Rgb565Walk& walk,
+                   uint64_t tr, uint64_t tc, uint64_t half) {
+  const TilePlacement at{kTileRows * tr,
+                         kHalvesPerTile * kHalfTileRowBytes * tc + kHalfTileRowBytes * half,
+                         kTileRows, kHalfTileRowBytes};
+  StoreClippedTile(decoded, at, config.linearY, walk.pitch, walk.height, walk.pitch);
+}
+
+void DecodeHalvesExactly(ZpakContext* context, const ZpakConfig& config, const Rgb565Walk& walk) {
+  for (uint64_t tr = 0; tr < walk.tileRows; ++tr) {
+    for (uint64_t tc = 0; tc < walk.tilesPerRow; ++tc) {
+      for (uint64_t half = 0; half < kHalvesPerTile; ++half) {
+        DecodeHalfTile(context, config, walk.data, walk.meta, tr, tc, half);
+        StoreHalfTile(context->decodedTileBuffer, config, walk, tr, tc, half);
+      }
+    }
+  }
+}
+
+// Half tiles inside the plane are expanded in place, the ones the edges cut
+// through a tile buffer and the clipped copy. A half tile's 128 stored bytes
+// are followed by zeros, as in the general walk's tile buffer.
+void DecodeHalvesWithKernel(ZpakContext* context, const ZpakConfig& config,
+                            const Rgb565Walk& walk, TileKernel kernel) {
+  PaddedTile padded{};
+  alignas(32) uint8_t tile[kHalfTileBytes];
+  const TileAddressTables& tables = context->addressTables;
+  for (uint64_t tr = 0; tr < walk.tileRows; ++tr) {
+    const uint64_t row = kTileRows * tr;
+    const bool wholeRows = row + kTileRows <= walk.height;
+    for (uint64_t tc = 0; tc < walk.tilesPerRow; ++tc) {
+      const uint64_t slot = TileSlot(tables, tr, tc);
+      for (uint64_t half = 0; half < kHalvesPerTile; ++half) {
+        FetchStoredBytes<kHalfTileBytes>(walk.data, slot * kSlotBytes + kHalfTileBytes * half,
+                                         padded.bytes);
+        const uint32_t metadataByte = FetchMetadataByte(
+            walk.meta, TileMetaOffset(tables, tr, kHalvesPerTile * tc + half));
+        const uint64_t column = kHalvesPerTile * kHalfTileRowBytes * tc + kHalfTileRowBytes * half;
+        if (wholeRows && column + kHalfTileRowBytes <= walk.pitch) {
+          ExpandTile(kernel, TileKind::kRgb565, metadataByte, padded.bytes,
+                     config.linearY + row * walk.pitch + column, walk.pitch);
+          continue;
+        }
+        ExpandTile(kernel, TileKind::kRgb565, metadataByte, padded.bytes, tile, kHalfTileRowBytes);
+        StoreHalfTile(tile, config, walk, tr, tc, half);
+      }
+    }
+  }
+  // The context's tile buffers end as the general decoder leaves them.
+  DecodeHalfTile(context, config, walk.data, walk.meta, walk.tileRows - 1, walk.tilesPerRow - 1,
+                 kHalvesPerTile - 1);
+}
+
 }  // namespace
 
-uint64_t DecodeZpakFrameRgb565(ZpakContext* context, const ZpakConfig* config) {
+uint64_t DecodeZpakFrameRgb565WithKernel(ZpakContext* context, const ZpakConfig* config,
+                                         TileKernel kernel) {
   if (context == nullptr || config == nullptr || config->enable == 0) return 0;
   if (config->bypass != 0) return config->stride;
   const uint64_t tileRows = CeilDiv(config->height, kTileRows);
@@ -80,22 +145,30 @@ uint64_t DecodeZpakFrameRgb565(ZpakContext* context, const ZpakConfig* config) {
   // Only the first half of the compressed tile buffer is refreshed per half
   // tile; the tile bit reader sees zeros after the half tile's 128 bytes.
   std::memset(context->compressedTileBuffer + kHalfTileBytes, 0, kSlotBytes - kHalfTileBytes);
-  const PlaneSource data = MakePlaneSource(config->yDataPlane, config->compressedEnd);
-  const PlaneSource meta = MakePlaneSource(config->yMetaPlane, config->compressedEnd);
-  const uint64_t pitch = kBytesPerPixel * config->width;
-  for (uint64_t tr = 0; tr < tileRows; ++tr) {
-    for (uint64_t tc = 0; tc < tilesPerRow; ++tc) {
-      for (uint64_t half = 0; half < kHalvesPerTile; ++half) {
-        DecodeHalfTile(context, *config, data, meta, tr, tc, half);
-        const TilePlacement at{kTileRows * tr,
-                               kHalvesPerTile * kHalfTileRowBytes * tc + kHalfTileRowBytes * half,
-                               kTileRows, kHalfTileRowBytes};
-        StoreClippedTile(context->decodedTileBuffer, at, config->linearY, pitch, config->height,
-                         pitch);
-      }
-    }
+  const Rgb565Walk walk{MakePlaneSource(config->yDataPlane, config->compressedEnd),
+                        MakePlaneSource(config->yMetaPlane, config->compressedEnd),
+                        tileRows,
+                        tilesPerRow,
+                        kBytesPerPixel * config->width,
+                        config->height};
+  if (tilesPerRow == 0) return config->stride;
+  if (!TileKernelAvailable(kernel)) kernel = TileKernel::kPlain;
+  if (config->altAddressing == 0) {
+    // Every half tile is decoded with the same format and plane.
+    context->contextFormat = kContextRgb565;
+    context->planeIndex = 0;
+  }
+  TileKind kind;
+  if (UsesTileKernel(*context, *config, kernel, &kind) && kind == TileKind::kRgb565) {
+    DecodeHalvesWithKernel(context, *config, walk, kernel);
+  } else {
+    DecodeHalvesExactly(context, *config, walk);
   }
   return config->stride;
+}
+
+uint64_t DecodeZpakFrameRgb565(ZpakContext* context, const ZpakConfig* config) {
+  return DecodeZpakFrameRgb565WithKernel(context, config, BestTileKernel());
 }
 
 }  // namespace pelcast

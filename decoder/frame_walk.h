@@ -8,6 +8,8 @@
 #include <cstring>
 #include <limits>
 
+#include "decoder/tile_kernels.h"
+#include "surface/tile_addressing.h"
 #include "surface/zpak_context.h"
 
 namespace pelcast {
@@ -79,6 +81,55 @@ inline void StoreClippedTile(const uint8_t* tile, const TilePlacement& at, uint8
   const uint64_t rows = std::min(at.tileRows, rowLimit - at.row);
   for (uint64_t k = 0; k < rows; ++k) {
     std::memcpy(plane + (at.row + k) * pitch + at.column, tile + k * at.tileRowBytes, bytes);
+  }
+}
+
+// A tile's stored bytes and the zeros after them that the tile kernels read
+// past a short stream. Only the stored part is rewritten per tile.
+struct PaddedTile {
+  alignas(64) uint8_t bytes[kPaddedTileBytes];
+};
+
+// Copies `kCount` bytes from `offset` into `destination`: one fixed-size copy
+// when they all lie inside the frame buffer, zeros past its end otherwise.
+template <uint64_t kCount>
+inline void FetchStoredBytes(const PlaneSource& source, uint64_t offset, uint8_t* destination) {
+  if (offset < source.available && source.available - offset >= kCount) {
+    std::memcpy(destination, source.base + offset, kCount);
+  } else {
+    FetchPlaneBytes(source, offset, kCount, destination);
+  }
+}
+
+// Copies the 256 bytes of tile (row, column) that the tile decoder is given,
+// honouring the half-slot rule, and returns the tile's metadata byte.
+inline uint32_t FetchTile(const TileAddressTables& tables, const ZpakConfig& config,
+                          const PlaneSource& data, const PlaneSource& meta, uint64_t row,
+                          uint64_t column, uint8_t* stored) {
+  const uint64_t slot = TileSlot(tables, row, column);
+  const uint32_t metadataByte = FetchMetadataByte(meta, TileMetaOffset(tables, row, column));
+  FetchStoredBytes<kSlotBytes>(data, TileByteOffset(slot, metadataByte, config), stored);
+  return metadataByte;
+}
+
+// True when the frame's tiles of the context's current plane go through a
+// specialised kernel: a configured plane, tiles that are decoded (not taken
+// as uncompressed by the alternative addressing) and a kernel that is not the
+// general decoder.
+inline bool UsesTileKernel(const ZpakContext& context, const ZpakConfig& config,
+                           TileKernel kernel, TileKind* kind) {
+  return kernel != TileKernel::kExact && config.altAddressing == 0 &&
+         FindTileKind(context, kind);
+}
+
+// Expands one fetched tile (raw or compressed, as its metadata byte says)
+// into raster rows `pitch` bytes apart.
+inline void ExpandTile(TileKernel kernel, TileKind kind, uint32_t metadataByte,
+                       const uint8_t* padded, uint8_t* out, uint64_t pitch) {
+  if (IsRawTile(kind, metadataByte)) {
+    ExpandRawTile(kind, padded, out, pitch);
+  } else {
+    DecodeCompressedTile(kernel, kind, padded, out, pitch);
   }
 }
 

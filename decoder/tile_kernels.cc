@@ -1,0 +1,330 @@
+// The kernel choice, the plane match, raw tiles and the portable kernel.
+#include "decoder/tile_kernels.h"
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+
+#include "decoder/micro_block.h"
+#include "decoder/tile_fields.h"
+
+namespace pelcast {
+
+using namespace tile_kernels_detail;
+
+namespace {
+
+struct KindLayout {
+  uint64_t elementBytes;
+  uint64_t rowElements;
+  uint64_t rows;
+};
+
+constexpr KindLayout kLayouts[] = {{4, 16, 4}, {1, 32, 8}, {2, 16, 8}, {2, 16, 4}};
+
+const KindLayout& LayoutOf(TileKind kind) { return kLayouts[static_cast<int>(kind)]; }
+
+// Metadata bytes 4n + 15 .. 4n + 18 give n units; a tile is raw at 4 units
+// (2 for an RGB565 half tile, which also reads 31 as 2 units).
+constexpr uint32_t kMetadataBias = 15;
+constexpr uint32_t kMetadataUnitShift = 2;
+constexpr uint32_t kRawUnits = 4;
+constexpr uint32_t kRgb565RawUnits = 2;
+constexpr uint32_t kRgb565FullTileMetadata = 31;
+
+// The parameter sets configuration gives the four planes.
+struct ConfiguredPlanes {
+  std::array<PlaneCodecParams, 4> planes;
+};
+
+ConfiguredPlanes MakeConfiguredPlanes() {
+  ConfiguredPlanes configured{};
+  ZpakContext* context = AllocateZpakContext();
+  if (context == nullptr) return configured;  // nothing matches a zeroed set with a kind
+  ConfigureZpakContext(context, kContextRgba8888);
+  configured.planes[static_cast<int>(TileKind::kRgba8888)] = context->planes[0];
+  ConfigureZpakContext(context, kContextNv12);
+  configured.planes[static_cast<int>(TileKind::kNv12Luma)] = context->planes[0];
+  configured.planes[static_cast<int>(TileKind::kNv12Chroma)] = context->planes[1];
+  ConfigureZpakContext(context, kContextRgb565);
+  configured.planes[static_cast<int>(TileKind::kRgb565)] = context->planes[0];
+  ReleaseZpakContext(context);
+  return configured;
+}
+
+const PlaneCodecParams& ConfiguredPlane(TileKind kind) {
+  static const ConfiguredPlanes configured = MakeConfiguredPlanes();
+  return configured.planes[static_cast<int>(kind)];
+}
+
+// The kind whose output layout (contextFormat, planeIndex) selects, if any.
+bool KindOfLayout(uint64_t contextFormat, uint64_t planeIndex, TileKind* kind) {
+  switch (contextFormat) {
+    case kContextNv12:
+      if (planeIndex > 1) return false;
+      *kind = planeIndex == 0 ? TileKind::kNv12Luma : TileKind::kNv12Chroma;
+      return true;
+    case kContextRgba8888:
+    case 5:
+    case 6:
+    case 8:
+    case 9:
+      *kind = TileKind::kRgba8888;  // the four-byte layout
+      return true;
+    case kContextRgb565:
+      *kind = TileKind::kRgb565;
+      return true;
+    default:
+      return false;
+  }
+}
+
+bool CpuHasAvx2() {
+#if defined(__x86_64__)
+  __builtin_cpu_init();
+  return __builtin_cpu_supports("avx2") && __builtin_cpu_supports("bmi2");
+#else
+  return false;
+#endif
+}
+
+// Micro-block order to raster rows; horizontally adjacent element pairs stay
+// adjacent in micro-block order, so pairs move whole.
+template <size_t kElementBytes, size_t kRowElements, size_t kRows>
+void ExpandRaw(const uint8_t* stored, uint8_t* out, uint64_t pitch) {
+  constexpr size_t kPairBytes = 2 * kElementBytes;
+  for (size_t y = 0; y < kRows; ++y) {
+    const size_t rowStart = MicroBlockElement(0, y, kRowElements);
+    uint8_t* row = out + y * pitch;
+    for (size_t p = 0; p < kRowElements / 2; ++p) {
+      const size_t element = rowStart + kMicroBlockElements * (p >> 1) + ((p & 1) << 2);
+      std::memcpy(row + 2 * p * kElementBytes, stored + element * kElementBytes, kPairBytes);
+    }
+  }
+}
+
+// ---- The portable kernel ----
+
+// Signed difference of a zig-zag residual, in 16-bit wrap arithmetic.
+inline uint16_t ZigZag(uint32_t residual) {
+  return static_cast<uint16_t>((residual >> 1) ^ (0u - (residual & 1)));
+}
+
+// Samples of every series in raster order of the 16 x 4 block, wrapped to
+// 16 bits (exact where the colour transform needs it, see the header).
+struct SeriesSamples {
+  uint16_t s[kMaxSeries][kBlockRows * kBlockColumns];
+};
+
+void ReconstructPlain(const uint8_t* padded, const TileFields& f, SeriesSamples* out) {
+  uint16_t above[kMaxSeries][kBlockColumns];
+  for (uint32_t s = 0; s < kMaxSeries; ++s) std::fill_n(above[s], kBlockColumns, f.base[s]);
+  uint64_t position = f.residualStart;
+  for (uint32_t y = 0; y < kBlockRows; ++y) {
+    uint16_t vertical[kMaxSeries] = {};  // D of the sample to the left
+    for (uint32_t q = 0; q < kGroupsPerRow; ++q) {
+      const uint32_t g = kGroupsPerRow * y + q;
+      for (uint32_t s = 0; s < f.series; ++s) {
+        const uint32_t code = f.codes[g][s];
+        const uint32_t width = ResidualWidth(f, s, code);
+        const uint64_t window = PeekStream(padded, position);
+        position += kGroupSamples * width;
+        const uint64_t mask = (uint64_t{1} << width) - 1;
+        for (uint32_t i = 0; i < kGroupSamples; ++i) {
+          const auto r = static_cast<uint32_t>((window >> (i * width)) & mask);
+          const uint32_t x = kGroupSamples * q + i;
+          if (code == f.escape[s]) {
+            vertical[s] = static_cast<uint16_t>(r - above[s][x]);
+            above[s][x] = static_cast<uint16_t>(r);
+          } else {
+            vertical[s] = static_cast<uint16_t>(vertical[s] + ZigZag(r));
+            above[s][x] = static_cast<uint16_t>(above[s][x] + vertical[s]);
+          }
+          out->s[s][kBlockColumns * y + x] = above[s][x];
+        }
+      }
+    }
+  }
+}
+
+// The inverse colour transform on exact samples, clamped to N bits.
+struct Rgb {
+  int32_t first, second, third;
+};
+
+inline Rgb InverseColour(uint16_t s0, uint16_t s1, uint16_t s2, int32_t sampleBits) {
+  const int32_t offset = 1 << sampleBits;
+  const int32_t maximum = offset - 1;
+  const int32_t co = static_cast<int16_t>(s1) - offset;
+  const int32_t cg = static_cast<int16_t>(s2) - offset;
+  const int32_t t = static_cast<int16_t>(s0) - (cg >> 1);
+  const int32_t third = t - (co >> 1);
+  const int32_t second = t + cg;
+  const int32_t first = third + co;
+  return {std::clamp(first, 0, maximum), std::clamp(second, 0, maximum),
+          std::clamp(third, 0, maximum)};
+}
+
+constexpr int32_t kRgbaSampleBits = 8;
+constexpr int32_t kRgb565SampleBits = 5;
+constexpr uint32_t kGreenShift = 5;
+constexpr uint32_t kRedShift = 11;
+
+void StoreRgbaPlain(const TileFields& f, const SeriesSamples& v, uint8_t* out, uint64_t pitch) {
+  for (uint32_t y = 0; y < kBlockRows; ++y) {
+    uint8_t* row = out + y * pitch;
+    for (uint32_t x = 0; x < kBlockColumns; ++x) {
+      const uint32_t i = kBlockColumns * y + x;
+      uint8_t* pixel = row + 4 * x;
+      if (f.colourFlag != 0) {
+        const Rgb c = InverseColour(v.s[0][i], v.s[1][i], v.s[2][i], kRgbaSampleBits);
+        pixel[0] = static_cast<uint8_t>(c.first);
+        pixel[1] = static_cast<uint8_t>(c.second);
+        pixel[2] = static_cast<uint8_t>(c.third);
+      } else {
+        for (uint32_t c = 0; c < 3; ++c) pixel[c] = static_cast<uint8_t>(v.s[c][i]);
+      }
+      pixel[3] = static_cast<uint8_t>(f.constantFlag != 0 ? f.base[3] : v.s[3][i]);
+    }
+  }
+}
+
+// Luma series are blocks top-left, top-right, bottom-left, bottom-right.
+void StoreLumaPlain(const SeriesSamples& v, uint8_t* out, uint64_t pitch) {
+  for (uint32_t b = 0; b < kMaxSeries; ++b) {
+    for (uint32_t y = 0; y < kBlockRows; ++y) {
+      uint8_t* row = out + (kBlockRows * (b >> 1) + y) * pitch + kBlockColumns * (b & 1);
+      for (uint32_t x = 0; x < kBlockColumns; ++x)
+        row[x] = static_cast<uint8_t>(v.s[b][kBlockColumns * y + x]);
+    }
+  }
+}
+
+// Chroma series are block 0 U, V and block 1 U, V; blocks are stacked.
+void StoreChromaPlain(const SeriesSamples& v, uint8_t* out, uint64_t pitch) {
+  for (uint32_t s = 0; s < kMaxSeries; ++s) {
+    for (uint32_t y = 0; y < kBlockRows; ++y) {
+      uint8_t* row = out + (kBlockRows * (s >> 1) + y) * pitch + (s & 1);
+      for (uint32_t x = 0; x < kBlockColumns; ++x)
+        row[2 * x] = static_cast<uint8_t>(v.s[s][kBlockColumns * y + x]);
+    }
+  }
+}
+
+void StoreRgb565Plain(const TileFields& f, const SeriesSamples& v, uint8_t* out, uint64_t pitch) {
+  for (uint32_t y = 0; y < kBlockRows; ++y) {
+    uint8_t* row = out + y * pitch;
+    for (uint32_t x = 0; x < kBlockColumns; ++x) {
+      const uint32_t i = kBlockColumns * y + x;
+      uint32_t c0 = v.s[0][i], c1 = v.s[1][i], c2 = v.s[2][i];
+      if (f.colourFlag != 0) {
+        const Rgb c = InverseColour(v.s[0][i], v.s[1][i], v.s[2][i], kRgb565SampleBits);
+        c0 = static_cast<uint32_t>(c.first);
+        c1 = static_cast<uint32_t>(c.second);
+        c2 = static_cast<uint32_t>(c.third);
+      }
+      const uint32_t packed = c0 + (c1 << kGreenShift) + (c2 << kRedShift);
+      row[2 * x] = static_cast<uint8_t>(packed);
+      row[2 * x + 1] = static_cast<uint8_t>(packed >> 8);
+    }
+  }
+}
+
+}  // namespace
+
+namespace tile_kernels_detail {
+
+void DecodeCompressedTilePlain(TileKind kind, const uint8_t* padded, uint8_t* out,
+                               uint64_t pitch) {
+  TileFields f;
+  ReadTileFields(kind, padded, &f);
+  SeriesSamples samples;
+  ReconstructPlain(padded, f, &samples);
+  switch (kind) {
+    case TileKind::kRgba8888:
+      StoreRgbaPlain(f, samples, out, pitch);
+      break;
+    case TileKind::kNv12Luma:
+      StoreLumaPlain(samples, out, pitch);
+      break;
+    case TileKind::kNv12Chroma:
+      StoreChromaPlain(samples, out, pitch);
+      break;
+    case TileKind::kRgb565:
+      StoreRgb565Plain(f, samples, out, pitch);
+      break;
+  }
+}
+
+#if !defined(__x86_64__)
+// No vector kernel on this architecture; TileKernelAvailable never offers it.
+void DecodeCompressedTileAvx2(TileKind kind, const uint8_t* padded, uint8_t* out, uint64_t pitch) {
+  DecodeCompressedTilePlain(kind, padded, out, pitch);
+}
+#endif
+
+}  // namespace tile_kernels_detail
+
+bool TileKernelAvailable(TileKernel kernel) {
+  static const bool avx2 = CpuHasAvx2();
+  return kernel != TileKernel::kAvx2 || avx2;
+}
+
+TileKernel BestTileKernel() {
+  static const TileKernel best =
+      TileKernelAvailable(TileKernel::kAvx2) ? TileKernel::kAvx2 : TileKernel::kPlain;
+  return best;
+}
+
+bool FindTileKind(const ZpakContext& context, TileKind* kind) {
+  if (context.planeIndex >= kPlaneSets) return false;
+  TileKind found;
+  if (!KindOfLayout(context.contextFormat, context.planeIndex, &found)) return false;
+  const PlaneCodecParams& plane = context.planes[context.planeIndex];
+  if (std::memcmp(&plane, &ConfiguredPlane(found), sizeof plane) != 0) return false;
+  *kind = found;
+  return true;
+}
+
+uint64_t TileRowBytes(TileKind kind) {
+  const KindLayout& layout = LayoutOf(kind);
+  return layout.elementBytes * layout.rowElements;
+}
+
+uint64_t TileRows(TileKind kind) { return LayoutOf(kind).rows; }
+
+bool IsRawTile(TileKind kind, uint32_t metadataByte) {
+  if (kind == TileKind::kRgb565 && metadataByte == kRgb565FullTileMetadata) return true;
+  const uint32_t rawUnits = kind == TileKind::kRgb565 ? kRgb565RawUnits : kRawUnits;
+  // Bytes below the bias give negative unit counts, never a raw size.
+  return metadataByte >= kMetadataBias &&
+         (metadataByte - kMetadataBias) >> kMetadataUnitShift == rawUnits;
+}
+
+void ExpandRawTile(TileKind kind, const uint8_t* stored, uint8_t* out, uint64_t pitch) {
+  switch (kind) {
+    case TileKind::kRgba8888:
+      ExpandRaw<4, 16, 4>(stored, out, pitch);
+      break;
+    case TileKind::kNv12Luma:
+      ExpandRaw<1, 32, 8>(stored, out, pitch);
+      break;
+    case TileKind::kNv12Chroma:
+      ExpandRaw<2, 16, 8>(stored, out, pitch);
+      break;
+    case TileKind::kRgb565:
+      ExpandRaw<2, 16, 4>(stored, out, pitch);
+      break;
+  }
+}
+
+void DecodeCompressedTile(TileKernel kernel, TileKind kind, const uint8_t* padded, uint8_t* out,
+                          uint64_t pitch) {
+  if (kernel == TileKernel::kAvx2) {
+    DecodeCompressedTileAvx2(kind, padded, out, pitch);
+  } else {
+    DecodeCompressedTilePlain(kind, padded, out, pitch);
+  }
+}
+
+}  // namespace pelcast

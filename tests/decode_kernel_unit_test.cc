@@ -1,0 +1,387 @@
+// The specialised tile kernels against the general tile decoder, bit for bit:
+// random streams (any code, raw and above-escape groups, colour and alpha
+// flags, streams longer than the staged bytes), streams built to reach the
+// largest sample values the format allows, raw tiles, and whole frames with
+// clipped edges, short buffers and every addressing rule, compared byte for
+// byte and in the context state they leave behind.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <memory>
+#include <random>
+#include <vector>
+
+#include "decoder/frame_decoder.h"
+#include "decoder/tile_decoder.h"
+#include "decoder/tile_kernels.h"
+#include "encoder/frame_encoder.h"
+#include "surface/plane_geometry.h"
+#include "surface/tile_addressing.h"
+#include "tests/bit_writer.h"
+#include "tests/test_support.h"
+
+namespace pelcast::testing {
+namespace {
+
+using ContextPtr = std::unique_ptr<ZpakContext, void (*)(ZpakContext*)>;
+ContextPtr MakeContext(uint64_t format) {
+  ContextPtr context(AllocateZpakContext(), ReleaseZpakContext);
+  ConfigureZpakContext(context.get(), format);
+  return context;
+}
+
+struct KindCase {
+  const char* name;
+  TileKind kind;
+  uint64_t contextFormat, planeIndex;
+  size_t rowBytes, rows, storedBytes;
+  uint32_t compressedMeta[5];
+  uint32_t rawMeta[3];
+};
+
+const KindCase kKinds[] = {
+    {"RGBA8888", TileKind::kRgba8888, 0, 0, 64, 4, 256, {19, 23, 27, 0, 255}, {31, 32, 34}},
+    {"luma", TileKind::kNv12Luma, 1, 0, 32, 8, 256, {19, 23, 27, 14, 35}, {31, 33, 34}},
+    {"chroma", TileKind::kNv12Chroma, 1, 1, 32, 8, 256, {19, 23, 30, 1, 200}, {31, 32, 33}},
+    {"RGB565", TileKind::kRgb565, 12, 0, 32, 4, 128, {19, 22, 27, 30, 32}, {23, 26, 31}},
+};
+
+std::vector<TileKernel> FastKernels() {
+  std::vector<TileKernel> kernels{TileKernel::kPlain};
+  if (TileKernelAvailable(TileKernel::kAvx2)) kernels.push_back(TileKernel::kAvx2);
+  return kernels;
+}
+
+const char* KernelName(TileKernel k) { return k == TileKernel::kAvx2 ? "avx2" : "plain"; }
+
+// The general decoder's raster tile for the stored bytes (cut to the kind's
+// staged length, then zeros, as the frame decoders stage them).
+Bytes ExactTile(const KindCase& k, const Bytes& stored, uint32_t meta) {
+  ContextPtr context = MakeContext(k.contextFormat);
+  context->planeIndex = k.planeIndex;
+  Bytes staged(stored.begin(), stored.begin() + k.storedBytes);
+  staged.resize(256, 0);
+  Bytes out(256, 0);
+  DecodeTile(context.get(), staged.data(), meta, out.data());
+  out.resize(k.rowBytes * k.rows);
+  return out;
+}
+
+// The kernel's tile written at pitch rowBytes + 7 into a buffer of guard
+// bytes; returns the tile rows and checks that no guard byte changed.
+Bytes KernelTile(const KindCase& k, TileKernel kernel, const Bytes& stored, uint32_t meta) {
+  Bytes padded(kPaddedTileBytes, 0);
+  std::copy_n(stored.begin(), k.storedBytes, padded.begin());
+  const size_t pitch = k.rowBytes + 7;
+  Bytes canvas(pitch * k.rows + 64, 0xA5);
+  uint8_t* out = canvas.data() + 32;
+  if (IsRawTile(k.kind, meta)) {
+    ExpandRawTile(k.kind, padded.data(), out, pitch);
+  } else {
+    DecodeCompressedTile(kernel, k.kind, padded.data(), out, pitch);
+  }
+  Bytes tile;
+  for (size_t y = 0; y < k.rows; ++y) {
+    tile.insert(tile.end(), out + y * pitch, out + y * pitch + k.rowBytes);
+    std::fill_n(out + y * pitch, k.rowBytes, 0xA5);
+  }
+  EXPECT_EQ(canvas, Bytes(canvas.size(), 0xA5)) << k.name << ": bytes outside the tile written";
+  return tile;
+}
+
+// Component layout of each kind's stream, for building streams by hand.
+struct StreamShape {
+  bool colourFlag, alphaFlag;
+  int bases;
+  int sampleBits[4];
+  int escape[4];
+};
+
+StreamShape ShapeFor(TileKind kind) {
+  switch (kind) {
+    case TileKind::kRgba8888:
+      return {true, true, 4, {8, 8, 8, 8}, {7, 7, 7, 7}};
+    case TileKind::kRgb565:
+      return {true, false, 3, {5, 6, 5, 0}, {5, 6, 5, 0}};
+    default:
+      return {false, false, 4, {8, 8, 8, 8}, {7, 7, 7, 7}};
+  }
+}
+
+// How a built stream picks each group's code and residuals.
+enum class Picks { kAnyCode, kExtremes };
+
+// A stream of the kind with random flags and bases; codes and residuals as
+// `picks` says. kExtremes uses only raw groups of the largest or smallest
+// value and groups of the widest predicted residual, all-negative or
+// all-positive, which drives the samples towards their largest magnitudes.
+Bytes BuildStream(TileKind kind, Picks picks, std::mt19937* rng) {
+  const StreamShape shape = ShapeFor(kind);
+  BitWriter w;
+  const int colour = shape.colourFlag ? int((*rng)() & 1) : 0;
+  const int constant = shape.alphaFlag ? int((*rng)() & 1) : 0;
+  if (shape.colourFlag) PutBits(&w, colour, 1);
+  if (shape.alphaFlag) PutBits(&w, constant, 1);
+  int coded[4];
+  for (int s = 0; s < 4; ++s) coded[s] = shape.sampleBits[s] + (colour && (s == 1 || s == 2));
+  for (int s = 0; s < shape.bases; ++s) PutBits(&w, (*rng)() & ((1u << coded[s]) - 1), coded[s]);
+  const int series = shape.bases - constant;
+  int codes[16][4];
+  for (int g = 0; g < 16; ++g) {
+    for (int s = 0; s < series; ++s) {
+      int code = int((*rng)() % 8);
+      if (picks == Picks::kExtremes) {
+        const int widest = std::min(shape.escape[s] - 1, 6);
+        code = (*rng)() % 3 == 0 ? shape.escape[s] : ((*rng)() % 4 == 0 ? 7 : widest);
+      }
+      codes[g][s] = code;
+      PutBits(&w, code, 3);
+    }
+  }
+  const bool highRaw = (*rng)() & 1;
+  for (int g = 0; g < 16; ++g) {
+    for (int s = 0; s < series; ++s) {
+      const int code = codes[g][s];
+      const int width = code < shape.escape[s] ? code : coded[s];
+      const bool raw = code == shape.escape[s];
+      const bool negative = (*rng)() % 4 != 0;
+      for (int i = 0; i < 4; ++i) {
+        uint64_t r = (*rng)() & ((1u << width) - 1);
+        if (picks == Picks::kExtremes) {
+          const uint64_t all = (1u << width) - 1;
+          r = raw ? (highRaw ? all : 0) : (negative ? all : (all & ~uint64_t{1}));
+        }
+        PutBits(&w, r, width);
+      }
+    }
+  }
+  Bytes stream = w.bytes;
+  stream.resize(256, 0);
+  return stream;
+}
+
+TEST(DecodeKernels, RandomAndBuiltTilesMatchTheGeneralDecoder) {
+  std::mt19937 rng(20240611);
+  for (const KindCase& k : kKinds) {
+    for (TileKernel kernel : FastKernels()) {
+      for (int trial = 0; trial < 1500; ++trial) {
+        Bytes stored;
+        if (trial % 3 == 0) {
+          stored = RandomBytes(256, rng());
+        } else {
+          stored = BuildStream(k.kind, trial % 3 == 1 ? Picks::kAnyCode : Picks::kExtremes, &rng);
+        }
+        const uint32_t meta = k.compressedMeta[trial % 5];
+        ASSERT_FALSE(IsRawTile(k.kind, meta));
+        ASSERT_EQ(KernelTile(k, kernel, stored, meta), ExactTile(k, stored, meta))
+            << k.name << " " << KernelName(kernel) << " trial " << trial;
+      }
+    }
+  }
+}
+
+TEST(DecodeKernels, RawTilesMatchTheGeneralDecoder) {
+  for (const KindCase& k : kKinds) {
+    for (int trial = 0; trial < 8; ++trial) {
+      const Bytes stored = RandomBytes(256, 77 + trial);
+      for (uint32_t meta : k.rawMeta) {
+        ASSERT_TRUE(IsRawTile(k.kind, meta)) << k.name << " " << meta;
+        EXPECT_EQ(KernelTile(k, TileKernel::kPlain, stored, meta), ExactTile(k, stored, meta))
+            << k.name << " meta " << meta;
+      }
+    }
+  }
+}
+
+TEST(DecodeKernels, OnlyTheConfiguredPlanesHaveAKind) {
+  struct MatchCase {
+    uint64_t configured, contextFormat, planeIndex;
+    bool matches;
+    TileKind kind;
+  };
+  const MatchCase cases[] = {
+      {0, 0, 0, true, TileKind::kRgba8888},   {0, 5, 0, true, TileKind::kRgba8888},
+      {1, 1, 0, true, TileKind::kNv12Luma},   {1, 1, 1, true, TileKind::kNv12Chroma},
+      {12, 12, 0, true, TileKind::kRgb565},   {0, 3, 0, false, {}},  // two-byte layout
+      {0, 1, 0, false, {}},                    {1, 0, 0, false, {}},  // luma set, RGBA layout
+      {1, 1, 2, false, {}},                    {12, 0, 0, false, {}},
+      {5, 5, 0, false, {}},                    {0, 0, 1, false, {}},  // set 1 unconfigured
+  };
+  for (const MatchCase& c : cases) {
+    ContextPtr context = MakeContext(c.configured);
+    context->contextFormat = c.contextFormat, context->planeIndex = c.planeIndex;
+    TileKind kind{};
+    ASSERT_EQ(FindTileKind(*context, &kind), c.matches)
+        << c.configured << " " << c.contextFormat << " " << c.planeIndex;
+    if (c.matches) {
+      EXPECT_EQ(kind, c.kind);
+    }
+  }
+  // A parameter changed after configuration sends the plane to the general
+  // decoder.
+  ContextPtr changed = MakeContext(1);
+  changed->planes[0].components[0].escapeCode = 6;
+  TileKind kind{};
+  EXPECT_FALSE(FindTileKind(*changed, &kind));
+}
+
+// ---- Whole frames ----
+
+struct FrameCase {
+  const char* name;
+  uint64_t contextFormat, surfaceFormat;
+  uint64_t alignedWidth, alignedHeight, width, height, stride;
+};
+
+// Metadata bytes a random frame draws from: compressed tiles of every unit
+// count, raw tiles, short tiles for the half-slot rule, and outliers.
+const uint8_t kFrameMeta[] = {19, 23, 27, 31, 0, 22, 24, 34, 255, 19, 23, 27};
+
+struct FrameRun {
+  Bytes output;
+  Bytes tileBuffers;  // the context's compressed, decoded and staged tile buffers
+  uint64_t contextFormat, planeIndex, result;
+};
+
+FrameRun RunFrame(const FrameCase& f, Bytes* frame, size_t metaBytes, size_t end, uint64_t alt,
+                  TileKernel kernel) {
+  ContextPtr context = MakeContext(f.contextFormat);
+  FrameRun run{};
+  run.output.assign(4 * f.alignedWidth * f.alignedHeight + 4096, 0xEE);
+  ZpakConfig c{};
+  c.yMetaPlane = frame->data();
+  c.yDataPlane = frame->data() + metaBytes;
+  c.uvMetaPlane = frame->data() + frame->size() / 2;
+  c.uvDataOffset = frame->size() / 2;
+  c.linearY = run.output.data();
+  c.alignedWidth = f.alignedWidth, c.alignedHeight = f.alignedHeight;
+  c.width = f.width, c.height = f.height, c.stride = f.stride;
+  c.surfaceFormat = f.surfaceFormat, c.altAddressing = alt;
+  c.addressingMode = 1, c.swizzleEnable = 1, c.bankBit = 15, c.enable = 1;
+  c.compressedEnd = frame->data() + end;
+  run.result = f.surfaceFormat == kSurfaceRgb565
+                   ? DecodeZpakFrameRgb565WithKernel(context.get(), &c, kernel)
+                   : DecodeZpakFrameWithKernel(context.get(), &c, kernel);
+  for (const uint8_t* b : {context->compressedTileBuffer, context->decodedTileBuffer,
+                           context->stagedTileBuffer}) {
+    run.tileBuffers.insert(run.tileBuffers.end(), b, b + 256);
+  }
+  run.contextFormat = context->contextFormat, run.planeIndex = context->planeIndex;
+  return run;
+}
+
+TEST(DecodeKernels, RandomFramesMatchTheGeneralDecoder) {
+  const FrameCase cases[] = {
+      {"RGBA8888", 0, 3, 128, 32, 128, 32, 512},
+      {"RGBA8888 narrow", 0, 3, 64, 16, 48, 13, 256},
+      {"NV12", 1, 1, 256, 64, 256, 64, 256},
+      {"NV12 odd", 1, 1, 128, 64, 97, 43, 128},
+      {"NV12 tiny", 1, 1, 128, 32, 33, 9, 128},
+      {"RGB565", 12, 12, 256, 32, 256, 32, 512},
+      {"RGB565 odd columns", 12, 12, 128, 16, 80, 15, 256},
+  };
+  std::mt19937 rng(99);
+  for (const FrameCase& f : cases) {
+    for (int trial = 0; trial < 6; ++trial) {
+      // One metadata plane of 4096 bytes, then the data plane; the chroma
+      // planes start half way.
+      const size_t metaBytes = 4096;
+      Bytes frame = RandomBytes(2 * (metaBytes + 65536), rng());
+      for (size_t i = 0; i < metaBytes; ++i) {
+        frame[i] = kFrameMeta[rng() % sizeof kFrameMeta];
+        frame[frame.size() / 2 + i] = kFrameMeta[rng() % sizeof kFrameMeta];
+      }
+      // Odd trials end the buffer inside the first data plane's tiles (the
+      // rest reads as zeros); trial 5 takes every tile as stored uncompressed.
+      const size_t end = trial % 2 == 1 ? metaBytes + 3000 * trial + 37 : frame.size();
+      const uint64_t alt = trial == 5 ? 1 : 0;
+      const FrameRun exact = RunFrame(f, &frame, metaBytes, end, alt, TileKernel::kExact);
+      for (TileKernel kernel : FastKernels()) {
+        const FrameRun fast = RunFrame(f, &frame, metaBytes, end, alt, kernel);
+        const std::string what = std::string(f.name) + " " + KernelName(kernel) + " trial " +
+                                 std::to_string(trial);
+        ASSERT_EQ(fast.output, exact.output) << what;
+        EXPECT_EQ(fast.tileBuffers, exact.tileBuffers) << what;
+        EXPECT_EQ(fast.contextFormat, exact.contextFormat) << what;
+        EXPECT_EQ(fast.planeIndex, exact.planeIndex) << what;
+        EXPECT_EQ(fast.result, exact.result) << what;
+      }
+    }
+  }
+}
+
+// Corpus content: a 256 x 64 window of each photograph, encoded and decoded
+// by every kernel, must come back exactly (the codec is lossless).
+Bytes ReadWindow(const std::string& file, size_t imageWidth, size_t pixelBytes, size_t width,
+                 size_t height, size_t x0, size_t y0) {
+  const Bytes image = ReadFile(CorpusDir() + "/" + file);
+  Bytes window;
+  if (image.empty()) return window;
+  for (size_t y = 0; y < height; ++y) {
+    const size_t at = ((y0 + y) * imageWidth + x0) * pixelBytes;
+    window.insert(window.end(), image.begin() + at, image.begin() + at + width * pixelBytes);
+  }
+  return window;
+}
+
+TEST(DecodeKernels, CorpusWindowsRoundTripThroughEveryKernel) {
+  constexpr size_t kW = 256, kH = 64, kImageWidth = 1920;
+  const char* photos[] = {"photo-boats", "photo-meadow", "photo-mountains", "screen-home"};
+  for (const char* photo : photos) {
+    for (const bool rgb565 : {false, true}) {
+      const std::string file = std::string(photo) + "-1920x1080.rgba";
+      Bytes window = ReadWindow(file, kImageWidth, 4, kW, kH, 640, 512);
+      ASSERT_FALSE(window.empty()) << file;
+      const size_t pixelBytes = rgb565 ? 2 : 4;
+      if (rgb565) {  // the top bits of each channel
+        Bytes packed;
+        for (size_t p = 0; p < kW * kH; ++p) {
+          const uint32_t v = (window[4 * p] >> 3) << 11 | (window[4 * p + 1] >> 2) << 5 |
+                             window[4 * p + 2] >> 3;
+          packed.push_back(uint8_t(v)), packed.push_back(uint8_t(v >> 8));
+        }
+        window = packed;
+      }
+      const PlaneGeometry g =
+          ComputePlaneGeometry(rgb565 ? PlaneFormat::kRgb565 : PlaneFormat::kRgba8888, kW, kH);
+      Bytes compressed(g.frameSize, 0);
+      ZpakConfig c{};
+      c.yMetaPlane = compressed.data();
+      c.yDataPlane = compressed.data() + g.yMetaBufSize;
+      c.uvMetaPlane = c.yDataPlane + g.yDataBufSize;
+      c.linearY = window.data();
+      c.width = c.alignedWidth = g.yStride / pixelBytes;
+      c.height = c.alignedHeight = g.yBufLength;
+      c.stride = g.yStride;
+      c.surfaceFormat = rgb565 ? kSurfaceRgb565 : kSurfaceRgba8888;
+      c.addressingMode = 1, c.swizzleEnable = 1, c.bankBit = 15, c.enable = 1;
+      c.compressedEnd = compressed.data() + compressed.size();
+      ContextPtr encoder = MakeContext(rgb565 ? kContextRgb565 : kContextRgba8888);
+      ASSERT_EQ(g.yStride, kW * pixelBytes);
+      window.resize(g.yDataBufSize, 0);
+      if (rgb565) {
+        EncodeZpakFrameRgb565(encoder.get(), &c);
+      } else {
+        EncodeZpakFrame(encoder.get(), &c);
+      }
+      std::vector<TileKernel> kernels = FastKernels();
+      kernels.push_back(TileKernel::kExact);
+      for (TileKernel kernel : kernels) {
+        Bytes out(g.outputSize, 0);
+        c.linearY = out.data();
+        ContextPtr decoder = MakeContext(rgb565 ? kContextRgb565 : kContextRgba8888);
+        if (rgb565) {
+          DecodeZpakFrameRgb565WithKernel(decoder.get(), &c, kernel);
+        } else {
+          DecodeZpakFrameWithKernel(decoder.get(), &c, kernel);
+        }
+        ASSERT_EQ(Bytes(out.begin(), out.begin() + kW * kH * pixelBytes),
+                  Bytes(window.begin(), window.begin() + kW * kH * pixelBytes))
+            << photo << (rgb565 ? " RGB565 " : " RGBA8888 ") << int(kernel);
+      }
+    }
+  }
+}
+
+}  // namespace
+}  // namespace pelcast::testing
