@@ -6,7 +6,11 @@
 #include <cstring>
 
 #include "encoder/frame_store.h"
+#include "encoder/lane_kernels.h"
+#include "encoder/micro_block_order.h"
 #include "encoder/tile_encoder.h"
+#include "encoder/tile_shape.h"
+#include "encoder/tile_stream.h"
 
 namespace pelcast {
 namespace {
@@ -72,11 +76,40 @@ uint64_t SlotOffset(const ZpakConfig& config, uint64_t slot, uint64_t meta) {
   return offset;
 }
 
-void EncodeTileAt(ZpakContext* context, const ZpakConfig& config, const PlaneWalk& walk,
-                  uint64_t tr, uint64_t tc) {
+// Copies `rows` rows of `rowBytes` bytes from a source with pitch `pitch`
+// starting at (x bytes, y rows) into destination rows `destPitch` apart.
+void CopyRows(const uint8_t* source, uint64_t pitch, uint64_t x, uint64_t y, uint64_t rowBytes,
+              uint64_t rows, uint8_t* destination, uint64_t destPitch) {
+  if (source == nullptr) return;
+  for (uint64_t k = 0; k < rows; ++k) {
+    std::memcpy(destination + k * destPitch, source + (y + k) * pitch + x, rowBytes);
+  }
+}
+
+// Rows and elements of a tile at (x, y) that lie inside an image of the given
+// size.
+uint64_t InsideCount(uint64_t origin, uint64_t tileSpan, uint64_t imageSpan) {
+  return origin < imageSpan ? Min(tileSpan, imageSpan - origin) : 0;
+}
+
+// Stores a tile of `units` units from `stored` in its slot, and its metadata
+// byte.
+void StoreTile(const ZpakConfig& config, const PlaneWalk& walk, uint64_t slot,
+               uint64_t metaOffset, const uint8_t* stored, uint64_t units) {
+  const uint64_t meta = MetadataForUnits(units);
+  StoreBounded(walk.dataPlane, SlotOffset(config, slot, meta), stored,
+               Min(StoredBytesForMetadata(meta), kSlotBytes), config.compressedEnd);
+  const uint8_t metaByte = static_cast<uint8_t>(meta);
+  StoreBounded(walk.metaPlane, metaOffset, &metaByte, 1, config.compressedEnd);
+}
+
+// The tile as the original per-tile sequence handles it: gathered, put in
+// micro-block order and given to the tile encoder. Used for planes whose
+// parameters the fast path below does not match.
+void EncodeOrderedTileAt(ZpakContext* context, const ZpakConfig& config, const PlaneWalk& walk,
+                         uint64_t tr, uint64_t tc) {
   const TileAddressTables& tables = context->addressTables;
   const uint64_t slot = TileSlot(tables, tr, tc);
-  const uint64_t metaOffset = TileMetaOffset(tables, tr, tc);
   uint8_t* linear = context->linearTileBuffer;
   uint8_t* ordered = context->orderedTileBuffer;
   std::memset(linear, 0, kTileScratchBytes);
@@ -93,16 +126,153 @@ void EncodeTileAt(ZpakContext* context, const ZpakConfig& config, const PlaneWal
   context->planeIndex = walk.planeIndex;
   uint64_t units = 0;
   EncodeZpakTile(context, ordered, linear, &units);
-  const uint64_t meta = MetadataForUnits(units);
-  StoreBounded(walk.dataPlane, SlotOffset(config, slot, meta), linear,
-               Min(StoredBytesForMetadata(meta), kSlotBytes), config.compressedEnd);
-  const uint8_t metaByte = static_cast<uint8_t>(meta);
-  StoreBounded(walk.metaPlane, metaOffset, &metaByte, 1, config.compressedEnd);
+  StoreTile(config, walk, slot, TileMetaOffset(tables, tr, tc), linear, units);
+}
+
+// A tile cut out of the linear image: its component planes, and for the raw
+// form its rows of whole elements (luma and RGBA8888; chroma interleaves its
+// two planes).
+struct CutTile {
+  alignas(16) uint8_t gathered[kSlotBytes];  // tiles that leave the image, zero-padded
+  alignas(16) uint8_t chromaV[kSlotBytes];
+  alignas(16) uint8_t planes[kMaxComponents][kBlockSamples];
+  TileComponents components;
+  const uint8_t* rows;
+  size_t rowPitch;
+};
+
+// Rows of a tile of `tileWidth` x `tileHeight` elements at element (x, y) of
+// a plane `pitch` bytes to a row: in place when the tile lies wholly inside
+// the image, else gathered (zero where it leaves the image).
+void CutLumaOrRgba(const ZpakConfig& config, const PlaneWalk& walk, uint64_t tr, uint64_t tc,
+                   CutTile* cut) {
+  const uint64_t tileWidth = walk.rowElements;
+  const uint64_t x = tileWidth * tc;
+  const uint64_t y = walk.rows * tr;
+  const uint64_t pitch = walk.elementBytes * config.width;
+  if (walk.source != nullptr && x + tileWidth <= config.width && y + walk.rows <= config.height) {
+    cut->rows = walk.source + y * pitch + walk.elementBytes * x;
+    cut->rowPitch = pitch;
+  } else {
+    GatherLinearTile(walk.source, nullptr, nullptr, tc, tr, cut->gathered, config.width,
+                     config.height, config.surfaceFormat, walk.planeIndex);
+    cut->rows = cut->gathered;
+    cut->rowPitch = walk.elementBytes * tileWidth;
+  }
+}
+
+void CutChroma(const ZpakConfig& config, const PlaneWalk& walk, uint64_t tr, uint64_t tc,
+               CutTile* cut) {
+  const uint64_t chromaWidth = config.width / 2;
+  const uint64_t x = kChromaTileWidth * tc;
+  const uint64_t y = kNv12TileHeight * tr;
+  TileComponents& comps = cut->components;
+  if (walk.uSource != nullptr && walk.vSource != nullptr && x + kChromaTileWidth <= chromaWidth &&
+      y + kNv12TileHeight <= config.height / 2) {
+    comps.plane[0] = walk.uSource + y * chromaWidth + x;
+    comps.plane[1] = walk.vSource + y * chromaWidth + x;
+    comps.pitch = chromaWidth;
+    return;
+  }
+  std::memset(cut->gathered, 0, kSlotBytes);
+  std::memset(cut->chromaV, 0, kSlotBytes);
+  if (walk.uSource != nullptr && walk.vSource != nullptr) {
+    const uint64_t pairs = InsideCount(x, kChromaTileWidth, chromaWidth);
+    const uint64_t rows = InsideCount(y, kNv12TileHeight, config.height / 2);
+    CopyRows(walk.uSource, chromaWidth, x, y, pairs, rows, cut->gathered, kChromaTileWidth);
+    CopyRows(walk.vSource, chromaWidth, x, y, pairs, rows, cut->chromaV, kChromaTileWidth);
+  }
+  comps.plane[0] = cut->gathered;
+  comps.plane[1] = cut->chromaV;
+  comps.pitch = kChromaTileWidth;
+}
+
+void CutTileAt(const LaneKernels& kernels, const ZpakConfig& config, const PlaneWalk& walk,
+               uint64_t tr, uint64_t tc, CutTile* cut) {
+  if (walk.planeIndex == 1) {
+    CutChroma(config, walk, tr, tc, cut);
+    return;
+  }
+  CutLumaOrRgba(config, walk, tr, tc, cut);
+  TileComponents& comps = cut->components;
+  if (walk.elementBytes == 1) {
+    comps.plane[0] = cut->rows;
+    comps.pitch = cut->rowPitch;
+    return;
+  }
+  kernels.splitQuads(cut->rows, cut->rowPitch, cut->planes[0]);
+  for (uint32_t c = 0; c < kMaxComponents; ++c) comps.plane[c] = cut->planes[c];
+  comps.pitch = kBlockWidth;
+}
+
+// The tile in micro-block order, as a raw tile stores it.
+void OrderCutTile(const PlaneWalk& walk, const CutTile& cut, uint8_t* ordered) {
+  const uint32_t width = static_cast<uint32_t>(walk.rowElements);
+  const uint32_t rows = static_cast<uint32_t>(walk.rows);
+  if (walk.planeIndex == 1) {
+    OrderPlanePairs(cut.components.plane[0], cut.components.plane[1], cut.components.pitch, width,
+                    rows, ordered);
+  } else {
+    OrderElements(cut.rows, cut.rowPitch, width, rows, static_cast<uint32_t>(walk.elementBytes),
+                  ordered);
+  }
+}
+
+void EncodeTileAt(ZpakContext* context, const ZpakConfig& config, const PlaneWalk& walk,
+                  const TileShape& shape, uint64_t tr, uint64_t tc) {
+  const LaneKernels& kernels = ActiveLaneKernels();
+  const TileAddressTables& tables = context->addressTables;
+  const uint64_t slot = TileSlot(tables, tr, tc);
+  CutTile cut;
+  CutTileAt(kernels, config, walk, tr, tc, &cut);
+  uint8_t* output = context->linearTileBuffer;
+  if (config.altAddressing != 0) {
+    OrderCutTile(walk, cut, output);
+    StoreBounded(walk.dataPlane, kSlotBytes * slot, output, kSlotBytes, config.compressedEnd);
+    return;
+  }
+  uint64_t bits = 0;
+  uint64_t units =
+      EncodeTileStream(shape, kernels, cut.components, output, kTileScratchBytes, &bits);
+  if (units == 0) {
+    OrderCutTile(walk, cut, output);
+    units = RawTileUnits(shape);
+  }
+  StoreTile(config, walk, slot, TileMetaOffset(tables, tr, tc), output, units);
+}
+
+// Whether the plane's parameters are the ones the walk cuts its tiles for, so
+// that tiles can go to the tile encoder's core without the micro-block
+// round trip.
+bool WalkMatchesShape(const ZpakContext& context, const PlaneWalk& walk, TileShape* shape) {
+  const PlaneCodecParams& p = context.planes[walk.planeIndex != 0 ? 1 : 0];
+  MakeTileShape(p, shape);
+  const uint64_t components = walk.planeIndex == 1 ? 2 : walk.elementBytes;
+  return shape->supported && !shape->rgb565 && shape->tileWidth == walk.rowElements &&
+         shape->tileHeight == walk.rows && shape->elementBytes == walk.elementBytes &&
+         shape->components == components;
 }
 
 void WalkPlane(ZpakContext* context, const ZpakConfig& config, const PlaneWalk& walk) {
+  if (walk.tileRows == 0 || walk.tilesPerRow == 0) return;
+  TileShape shape;
+  if (!WalkMatchesShape(*context, walk, &shape)) {
+    for (uint64_t tr = 0; tr < walk.tileRows; ++tr) {
+      for (uint64_t tc = 0; tc < walk.tilesPerRow; ++tc) {
+        EncodeOrderedTileAt(context, config, walk, tr, tc);
+      }
+    }
+    return;
+  }
+  if (config.altAddressing == 0) {
+    // As the tile encoder would have left them after the plane's tiles.
+    context->contextFormat = walk.contextFormat;
+    context->planeIndex = walk.planeIndex;
+  }
   for (uint64_t tr = 0; tr < walk.tileRows; ++tr) {
-    for (uint64_t tc = 0; tc < walk.tilesPerRow; ++tc) EncodeTileAt(context, config, walk, tr, tc);
+    for (uint64_t tc = 0; tc < walk.tilesPerRow; ++tc) {
+      EncodeTileAt(context, config, walk, shape, tr, tc);
+    }
   }
 }
 
@@ -146,22 +316,6 @@ void EncodeRgba(ZpakContext* context, const ZpakConfig& config) {
                         kRgbaTileWidth, kRgbaPixelBytes, kRgbaTileHeight, config.linearY,
                         nullptr, nullptr};
   WalkPlane(context, config, plane);
-}
-
-// Copies `rows` rows of `rowBytes` bytes from a source with pitch `pitch`
-// starting at (x bytes, y rows) into destination rows `destPitch` apart.
-void CopyRows(const uint8_t* source, uint64_t pitch, uint64_t x, uint64_t y, uint64_t rowBytes,
-              uint64_t rows, uint8_t* destination, uint64_t destPitch) {
-  if (source == nullptr) return;
-  for (uint64_t k = 0; k < rows; ++k) {
-    std::memcpy(destination + k * destPitch, source + (y + k) * pitch + x, rowBytes);
-  }
-}
-
-// Rows and elements of a tile at (x, y) that lie inside an image of the given
-// size.
-uint64_t InsideCount(uint64_t origin, uint64_t tileSpan, uint64_t imageSpan) {
-  return origin < imageSpan ? Min(tileSpan, imageSpan - origin) : 0;
 }
 
 void GatherChroma(const uint8_t* uSource, const uint8_t* vSource, uint64_t tc, uint64_t tr,

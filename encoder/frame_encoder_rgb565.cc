@@ -7,7 +7,12 @@
 
 #include "encoder/frame_encoder.h"
 #include "encoder/frame_store.h"
+#include "encoder/lane_kernels.h"
+#include "encoder/lane_math.h"
+#include "encoder/micro_block_order.h"
 #include "encoder/tile_encoder.h"
+#include "encoder/tile_shape.h"
+#include "encoder/tile_stream.h"
 
 namespace pelcast {
 namespace {
@@ -70,8 +75,24 @@ void OrderAltHalf(const uint8_t* raster, uint8_t* stored) {
   }
 }
 
-void EncodeHalf(ZpakContext* context, const ZpakConfig& config, uint64_t tr, uint64_t tc,
-                uint64_t h) {
+// Stores a half tile of `units` units from `stored` in its slot half, and its
+// metadata byte.
+void StoreHalf(const ZpakConfig& config, const TileAddressTables& tables, uint64_t tr,
+               uint64_t tc, uint64_t h, uint64_t slotOffset, const uint8_t* stored,
+               uint64_t units) {
+  const uint64_t meta = MetadataForUnits(units);
+  const uint64_t bytes = StoredBytesForMetadata(meta);
+  StoreBounded(config.yDataPlane, slotOffset, stored, bytes < kHalfBytes ? bytes : kHalfBytes,
+               config.compressedEnd);
+  const uint8_t metaByte = static_cast<uint8_t>(meta);
+  StoreBounded(config.yMetaPlane, TileMetaOffset(tables, tr, kHalvesPerTile * tc + h), &metaByte,
+               1, config.compressedEnd);
+}
+
+// The original per-tile sequence, for alternative addressing and for
+// parameters the fast path does not match.
+void EncodeOrderedHalf(ZpakContext* context, const ZpakConfig& config, uint64_t tr, uint64_t tc,
+                       uint64_t h) {
   const TileAddressTables& tables = context->addressTables;
   const uint64_t slotOffset = kSlotBytes * TileSlot(tables, tr, tc) + kHalfBytes * h;
   uint8_t* raster = context->linearTileBuffer;
@@ -89,13 +110,48 @@ void EncodeHalf(ZpakContext* context, const ZpakConfig& config, uint64_t tr, uin
   context->planeIndex = 0;
   uint64_t units = 0;
   EncodeZpakTile(context, ordered, raster, &units);
-  const uint64_t meta = MetadataForUnits(units);
-  const uint64_t stored = StoredBytesForMetadata(meta);
-  StoreBounded(config.yDataPlane, slotOffset, raster, stored < kHalfBytes ? stored : kHalfBytes,
-               config.compressedEnd);
-  const uint8_t metaByte = static_cast<uint8_t>(meta);
-  StoreBounded(config.yMetaPlane, TileMetaOffset(tables, tr, kHalvesPerTile * tc + h), &metaByte,
-               1, config.compressedEnd);
+  StoreHalf(config, tables, tr, tc, h, slotOffset, raster, units);
+}
+
+// Half tile h of tile (tr, tc) straight from the image when it lies wholly
+// inside it, through the tile encoder's core.
+void EncodeHalf(ZpakContext* context, const ZpakConfig& config, const TileShape& shape,
+                uint64_t tr, uint64_t tc, uint64_t h) {
+  const LaneKernels& kernels = ActiveLaneKernels();
+  const TileAddressTables& tables = context->addressTables;
+  const uint64_t slotOffset = kSlotBytes * TileSlot(tables, tr, tc) + kHalfBytes * h;
+  const uint64_t pitch = kPixelBytes * config.width;
+  const uint64_t x = kTileRowBytes * tc + kHalfRowBytes * h;
+  const uint64_t y = kTileHeight * tr;
+  alignas(16) uint8_t gathered[kHalfBytes];
+  const uint8_t* rows = nullptr;
+  uint64_t rowPitch = kHalfRowBytes;
+  if (config.linearY != nullptr && x + kHalfRowBytes <= pitch && y + kTileHeight <= config.height) {
+    rows = config.linearY + y * pitch + x;
+    rowPitch = pitch;
+  } else {
+    GatherHalf(config, tr, tc, h, gathered);
+    rows = gathered;
+  }
+  alignas(16) uint8_t planes[kRgb565Components][kBlockSamples];
+  kernels.splitRgb565(rows, rowPitch, planes[0]);
+  const TileComponents components{{planes[0], planes[1], planes[2], nullptr}, kBlockWidth};
+  uint8_t* output = context->linearTileBuffer;
+  uint64_t bits = 0;
+  uint64_t units = EncodeTileStream(shape, kernels, components, output, kTileScratchBytes, &bits);
+  if (units == 0) {
+    OrderElements(rows, rowPitch, kHalfWidth, kTileHeight, kPixelBytes, output);
+    units = RawTileUnits(shape);
+  }
+  StoreHalf(config, tables, tr, tc, h, slotOffset, output, units);
+}
+
+// Whether the context's parameters are the RGB565 ones the fast path cuts
+// half tiles for.
+bool HalvesMatchShape(const ZpakContext& context, TileShape* shape) {
+  MakeTileShape(context.planes[0], shape);
+  return shape->supported && shape->rgb565 && shape->tileWidth == kHalfWidth &&
+         shape->tileHeight == kTileHeight;
 }
 
 }  // namespace
@@ -110,9 +166,23 @@ uint64_t EncodeZpakFrameRgb565(ZpakContext* context, const ZpakConfig* config) {
   PrepareTileAddressTables(&context->addressTables, Rgb565Layout(*config));
   const uint64_t tileRows = CeilDiv(config->height, kTileHeight);
   const uint64_t tilesPerRow = CeilDiv(config->width, kHalfWidth) / kHalvesPerTile;
+  if (tileRows == 0 || tilesPerRow == 0) return 0;
+  TileShape shape;
+  const bool fast = config->altAddressing == 0 && HalvesMatchShape(*context, &shape);
+  if (fast) {
+    // As the tile encoder would have left them.
+    context->contextFormat = kContextRgb565;
+    context->planeIndex = 0;
+  }
   for (uint64_t tr = 0; tr < tileRows; ++tr) {
     for (uint64_t tc = 0; tc < tilesPerRow; ++tc) {
-      for (uint64_t h = 0; h < kHalvesPerTile; ++h) EncodeHalf(context, *config, tr, tc, h);
+      for (uint64_t h = 0; h < kHalvesPerTile; ++h) {
+        if (fast) {
+          EncodeHalf(context, *config, shape, tr, tc, h);
+        } else {
+          EncodeOrderedHalf(context, *config, tr, tc, h);
+        }
+      }
     }
   }
   return 0;

@@ -1,0 +1,149 @@
+// The plain lane routines, and the choice between them and the vector ones.
+#include "encoder/lane_kernels.h"
+
+#include <bit>
+
+#include "encoder/lane_math.h"
+
+namespace pelcast {
+namespace {
+
+constexpr int32_t kSampleLimit = 255;  // zig-zag fields are kept in bytes
+
+// Bit widths of the groups from their OR-ed fields.
+void StoreWidths(const uint32_t* groupOr, LaneResidues* out) {
+  for (uint32_t g = 0; g < kGroupsPerBlock; ++g) {
+    out->width[g] = static_cast<uint8_t>(std::bit_width(groupOr[g]));
+  }
+}
+
+void PlainByteLane(const uint8_t* rows, size_t pitch, LaneResidues* out) {
+  const uint8_t base = rows[0];
+  uint8_t above[kBlockWidth] = {};  // horizontal differences of the row above
+  uint32_t groupOr[kGroupsPerBlock] = {};
+  for (uint32_t y = 0; y < kBlockHeight; ++y) {
+    const uint8_t* s = rows + y * pitch;
+    uint8_t left = base;
+    for (uint32_t x = 0; x < kBlockWidth; ++x) {
+      const uint8_t h = static_cast<uint8_t>(s[x] - left);
+      left = s[x];
+      const uint8_t z = ZigZagByte(static_cast<uint8_t>(h - above[x]));
+      above[x] = h;
+      out->zig[y * kBlockWidth + x] = z;
+      groupOr[(y * kBlockWidth + x) / kGroupSize] |= z;
+    }
+  }
+  StoreWidths(groupOr, out);
+}
+
+void PlainExactLane(const int16_t* samples, LaneResidues* out) {
+  const int32_t base = samples[0];
+  int32_t above[kBlockWidth] = {};
+  uint32_t groupOr[kGroupsPerBlock] = {};
+  for (uint32_t y = 0; y < kBlockHeight; ++y) {
+    const int16_t* s = samples + y * kBlockWidth;
+    int32_t left = base;
+    for (uint32_t x = 0; x < kBlockWidth; ++x) {
+      const int32_t h = s[x] - left;
+      left = s[x];
+      const uint32_t z = ZigZag(h - above[x]);
+      above[x] = h;
+      out->zig[y * kBlockWidth + x] = static_cast<uint8_t>(z < kSampleLimit ? z : kSampleLimit);
+      groupOr[(y * kBlockWidth + x) / kGroupSize] |= z;
+    }
+  }
+  StoreWidths(groupOr, out);
+}
+
+void PlainRgb565Lanes(const uint8_t* const* planes, size_t pitch, LaneResidues* out) {
+  int32_t above[kRgb565Components][kBlockWidth] = {};
+  uint32_t groupOr[kRgb565Components][kGroupsPerBlock] = {};
+  for (uint32_t y = 0; y < kBlockHeight; ++y) {
+    int32_t left[kRgb565Components];
+    for (uint32_t c = 0; c < kRgb565Components; ++c) left[c] = planes[c][0];
+    for (uint32_t x = 0; x < kBlockWidth; ++x) {
+      int32_t e[kRgb565Components];
+      for (uint32_t c = 0; c < kRgb565Components; ++c) {
+        const int32_t s = planes[c][y * pitch + x];
+        const int32_t h = s - left[c];
+        left[c] = s;
+        e[c] = h - above[c][x];
+        above[c][x] = h;
+      }
+      uint32_t fields[kRgb565Components];
+      Rgb565DirectFields(e, fields);
+      const uint32_t at = y * kBlockWidth + x;
+      for (uint32_t c = 0; c < kRgb565Components; ++c) {
+        out[c].zig[at] = static_cast<uint8_t>(fields[c]);
+        groupOr[c][at / kGroupSize] |= fields[c];
+      }
+    }
+  }
+  for (uint32_t c = 0; c < kRgb565Components; ++c) StoreWidths(groupOr[c], &out[c]);
+}
+
+bool PlainColourTransform(const uint8_t* const* planes, size_t pitch, uint32_t n,
+                          ColourSamples* out) {
+  const int32_t limit = int32_t{1} << n;
+  for (uint32_t y = 0; y < kBlockHeight; ++y) {
+    for (uint32_t x = 0; x < kBlockWidth; ++x) {
+      const size_t at = y * pitch + x;
+      const int32_t c0 = planes[0][at];
+      const int32_t c1 = planes[1][at];
+      const int32_t c2 = planes[2][at];
+      if (c0 >= limit || c1 >= limit || c2 >= limit) return false;
+      int32_t t[3];
+      ForwardColour(c0, c1, c2, limit, t);
+      for (int c = 0; c < 3; ++c) out->c[c][y * kBlockWidth + x] = static_cast<int16_t>(t[c]);
+    }
+  }
+  return true;
+}
+
+uint32_t PlainLaneBits(const LaneResidues& lane, uint32_t escape, uint32_t codedBits) {
+  uint32_t fieldBits = 0;
+  for (uint32_t g = 0; g < kGroupsPerBlock; ++g) {
+    fieldBits += lane.width[g] < escape ? lane.width[g] : codedBits;
+  }
+  return kGroupsPerBlock * kCodeBits + kGroupSize * fieldBits;
+}
+
+void PlainSplitQuads(const uint8_t* rows, size_t pitch, uint8_t* planes) {
+  constexpr uint32_t kQuad = 4;
+  for (uint32_t y = 0; y < kBlockHeight; ++y) {
+    for (uint32_t x = 0; x < kBlockWidth; ++x) {
+      for (uint32_t c = 0; c < kQuad; ++c) {
+        planes[c * kBlockSamples + y * kBlockWidth + x] = rows[y * pitch + kQuad * x + c];
+      }
+    }
+  }
+}
+
+void PlainSplitRgb565(const uint8_t* rows, size_t pitch, uint8_t* planes) {
+  for (uint32_t y = 0; y < kBlockHeight; ++y) {
+    for (uint32_t x = 0; x < kBlockWidth; ++x) {
+      const uint8_t* p = rows + y * pitch + 2 * x;
+      const uint32_t v = p[0] | uint32_t{p[1]} << kByteBits;
+      const uint32_t at = y * kBlockWidth + x;
+      planes[at] = static_cast<uint8_t>(v & kRgb565Mask5);
+      planes[kBlockSamples + at] = static_cast<uint8_t>((v >> kRgb565Shift1) & kRgb565Mask6);
+      planes[2 * kBlockSamples + at] = static_cast<uint8_t>(v >> kRgb565Shift2);
+    }
+  }
+}
+
+constexpr LaneKernels kPlain = {
+    "plain",          PlainByteLane, PlainExactLane,  PlainRgb565Lanes, PlainColourTransform,
+    PlainLaneBits,    PlainSplitQuads, PlainSplitRgb565,
+};
+
+}  // namespace
+
+const LaneKernels& PlainLaneKernels() { return kPlain; }
+
+const LaneKernels& ActiveLaneKernels() {
+  static const LaneKernels* const active = VectorLaneKernels();
+  return active != nullptr ? *active : kPlain;
+}
+
+}  // namespace pelcast

@@ -1,0 +1,72 @@
+// The per-sample work of the tile encoder, as routines over whole 16 x 4
+// blocks: residuals under the gradient predictor, their zig-zag fields and
+// each group's bit width, the colour transform and the split of packed pixels
+// into component planes. Every routine has a plain version; vector versions
+// produce exactly the same bytes and are chosen at run time where the
+// processor has them.
+//
+// Residuals. With the imaginary line of base values above and to the left of
+// a block, and the base equal to the block's first sample, the gradient
+// residual is the two-dimensional difference
+//   d[y][x] = s[y][x] - s[y][x-1] - s[y-1][x] + s[y-1][x-1],
+// reading s[-1][x] = s[y][-1] = base. So each row's horizontal differences
+// (first sample minus the base) minus those of the row above (zero for the
+// first row) give the residuals a whole row at a time.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "encoder/tile_shape.h"
+
+namespace pelcast {
+
+// One coded lane (a component of a block) after planning.
+struct LaneResidues {
+  // Zig-zag residual of every sample in raster order, saturated at 255 (only
+  // groups narrower than the escape, whose fields are below 128, are ever
+  // written from here).
+  alignas(16) uint8_t zig[kBlockSamples];
+  // Bit width of the OR of each group's zig-zag residuals, unsaturated.
+  alignas(16) uint8_t width[kGroupsPerBlock];
+};
+
+// Samples of the three colour-transformed components of one block, raster
+// order: luma, then the two differences offset by 2^n.
+struct ColourSamples {
+  alignas(16) int16_t c[3][kBlockSamples];
+};
+
+struct LaneKernels {
+  const char* name;
+  // A byte-packed component, 16 x 4 samples at `rows` (`pitch` bytes apart):
+  // residuals modulo 256, taken as the representative in [-128, 127].
+  void (*byteLane)(const uint8_t* rows, size_t pitch, LaneResidues* out);
+  // A component reproduced exactly: 64 samples in raster order.
+  void (*exactLane)(const int16_t* samples, LaneResidues* out);
+  // RGB565 without the colour transform (see lane_math.h): the three
+  // lanes of the 5-, 6- and 5-bit component planes at `planes[c]`, `pitch`
+  // bytes to a row.
+  void (*rgb565Lanes)(const uint8_t* const* planes, size_t pitch, LaneResidues* out);
+  // Forward colour transform of three component planes of n-bit samples;
+  // false when a sample is 2^n or more (the decoder could not rebuild it).
+  bool (*colourTransform)(const uint8_t* const* planes, size_t pitch, uint32_t n,
+                          ColourSamples* out);
+  // Bits of a lane's codes and fields when groups narrower than `escape`
+  // take their width and the others `codedBits`.
+  uint32_t (*laneBits)(const LaneResidues& lane, uint32_t escape, uint32_t codedBits);
+  // Splits 16 x 4 four-byte pixels (`pitch` bytes to a row) into four 64-byte
+  // component planes.
+  void (*splitQuads)(const uint8_t* rows, size_t pitch, uint8_t* planes);
+  // Splits 16 x 4 RGB565 pixels into three 64-byte planes of 5, 6, 5 bits.
+  void (*splitRgb565)(const uint8_t* rows, size_t pitch, uint8_t* planes);
+};
+
+// The plain routines, always available.
+const LaneKernels& PlainLaneKernels();
+// The vector routines for this processor, or null when it has none.
+const LaneKernels* VectorLaneKernels();
+// What the encoder uses: the vector routines when there are any.
+const LaneKernels& ActiveLaneKernels();
+
+}  // namespace pelcast

@@ -1,0 +1,309 @@
+// The tile encoder's core: the shortest stream of one tile.
+//
+// Why the choices below are optimal. A tile's size in units is a monotone
+// function of its length in bits, so it suffices to minimise the bits.
+//
+// * Base values. With the gradient predictor the base only takes part in the
+//   prediction of the first sample of its block (the first row is a running
+//   sum from the base, the first column is predicted from above, and the base
+//   cancels everywhere else). Setting the base to that sample gives it a zero
+//   residual, which no other base can beat; the base field has a fixed width.
+// * Byte-packed components (RGBA8888 without the colour transform, the alpha
+//   component, both NV12 planes). Packing keeps only the low 8 bits of each
+//   sample, so a residual matters only modulo 256, and a reconstructed sample
+//   that differs from the input by a multiple of 256 changes no later residual
+//   modulo 256. Every residual can therefore be taken on its own as the
+//   representative in [-128, 127], the one with the smallest zig-zag field,
+//   and each group's cheapest code follows: the smallest width 0..6 that holds
+//   its four fields, otherwise the escape with four raw 8-bit samples.
+// * Colour transform (RGBA8888 components 0-2, RGB565). The inverse transform
+//   clamps its results, so apart from the freedom the clamps leave where a
+//   component sits at 0 or at its maximum (not used here) the transformed
+//   samples must be reproduced exactly; components 1 and 2 are one bit wider.
+//   Residuals are then fixed, and each group takes its smallest code, the
+//   escape (raw samples, always representable) when no narrower code holds
+//   them. Both settings of the flag are planned and the shorter kept (the
+//   plain one on a tie). RGB565 clamps its 6-bit component to 5 bits, so the
+//   transform is only possible when that component stays below 32 over the
+//   whole tile.
+// * Constant alpha. When the last component is constant its 16 codes and all
+//   its residuals disappear while its base stays, so the flag is always used
+//   when it can be.
+// * RGB565 without the transform: the components carry into each other when
+//   packed; see lane_math.h, which also says where that plan stops short
+//   of the format's optimum (escapes that only pay through the carries).
+//
+// Every plan is sized from the groups' bit widths alone; only the plan that
+// is kept is written, and only when it is shorter than the raw tile.
+#include "encoder/tile_stream.h"
+
+#include <bit>
+#include <cstring>
+
+#include "encoder/bit_writer.h"
+#include "encoder/lane_math.h"
+
+namespace pelcast {
+namespace {
+
+static_assert(std::endian::native == std::endian::little,
+              "groups of fields are read from memory as little-endian words");
+
+constexpr uint32_t kColourComponents = 3;
+constexpr uint32_t kMaxLanes = kMaxBlocks * kMaxComponents;
+// Escape value no group width reaches: every group keeps its width.
+constexpr uint32_t kNoEscape = kByteBits;
+// RGB565 without the transform: codes 5, 6, 5 would mean raw samples, so
+// full-width predicted groups take the codes above them.
+constexpr uint32_t kRgb565Escape[kRgb565Components] = {5, 6, 5};
+constexpr uint32_t kRgb565WideCode[kRgb565Components] = {6, 7, 6};
+
+// One coded lane as the writer reads it.
+struct WriteLane {
+  const LaneResidues* residues;
+  const uint8_t* rawRows;     // escaped groups: byte samples, `rawPitch` apart,
+  size_t rawPitch;
+  const int16_t* rawSamples;  // or exactly reproduced samples in raster order
+  uint32_t escape;
+  uint32_t codedBits;
+  uint32_t wideCode;  // non-zero: groups at or above the escape stay predicted at full width
+};
+
+struct StreamPlan {
+  uint32_t colourFlag;
+  uint32_t alphaFlag;
+  uint32_t baseCount;
+  uint32_t base[kMaxLanes];
+  uint32_t baseBits[kMaxLanes];
+  uint32_t laneCount;  // lanes of group g follow block by block, component by component
+  WriteLane lanes[kMaxLanes];
+  uint64_t bits;
+};
+
+struct PlanScratch {
+  LaneResidues byteLanes[kMaxBlocks][kMaxComponents];
+  LaneResidues exactLanes[kColourComponents];
+  ColourSamples colour;
+};
+
+const uint8_t* BlockRows(const TileShape& s, const TileComponents& t, uint32_t b, uint32_t c) {
+  return t.plane[c] + s.blockY[b] * t.pitch + s.blockX[b];
+}
+
+bool LastComponentConstant(const TileShape& s, const TileComponents& t) {
+  if (!s.alphaFlag || s.components != kMaxComponents) return false;
+  const uint8_t* plane = t.plane[kAlphaComponent];
+  const uint8_t value = plane[0];
+  uint32_t differing = 0;
+  for (uint32_t y = 0; y < s.tileHeight; ++y) {
+    for (uint32_t x = 0; x < s.tileWidth; ++x) differing |= plane[y * t.pitch + x] ^ value;
+  }
+  return differing == 0;
+}
+
+void AddBase(StreamPlan* plan, uint32_t value, uint32_t bits) {
+  plan->base[plan->baseCount] = value;
+  plan->baseBits[plan->baseCount] = bits;
+  ++plan->baseCount;
+}
+
+WriteLane ByteWriteLane(const LaneResidues* residues, const uint8_t* rows, size_t pitch,
+                        uint32_t escape, uint32_t codedBits) {
+  return WriteLane{residues, rows, pitch, nullptr, escape, codedBits, 0};
+}
+
+// Byte-packed planes: per block and component a lane modulo 256; with the
+// colour flag, components 0-2 of the single block exactly instead.
+void PlanBytePlane(const TileShape& s, const LaneKernels& k, const TileComponents& t,
+                   PlanScratch* scratch, StreamPlan* plan) {
+  const uint32_t alpha = LastComponentConstant(s, t) ? 1 : 0;
+  const uint32_t coded = s.components - alpha;
+  uint64_t plainBits = s.headerBits;
+  for (uint32_t b = 0; b < s.blocks; ++b) {
+    for (uint32_t c = 0; c < s.components; ++c) plainBits += s.sampleBits[c];
+  }
+  uint64_t sharedBits = 0;  // lanes both flag settings code the same way
+  for (uint32_t b = 0; b < s.blocks; ++b) {
+    for (uint32_t c = 0; c < coded; ++c) {
+      LaneResidues* lane = &scratch->byteLanes[b][c];
+      k.byteLane(BlockRows(s, t, b, c), t.pitch, lane);
+      const uint32_t bits = k.laneBits(*lane, s.escape[c], s.sampleBits[c]);
+      plainBits += bits;
+      if (c >= kColourComponents) sharedBits += bits;
+    }
+  }
+  bool colour = false;
+  if (s.colourPossible && k.colourTransform(t.plane, t.pitch, s.sampleBits[0], &scratch->colour)) {
+    uint64_t colourBits = s.headerBits + sharedBits + 2;  // components 1 and 2 are one bit wider
+    for (uint32_t c = 0; c < s.components; ++c) colourBits += s.sampleBits[c];
+    for (uint32_t c = 0; c < kColourComponents; ++c) {
+      k.exactLane(scratch->colour.c[c], &scratch->exactLanes[c]);
+      const uint32_t codedBits = s.sampleBits[c] + (c == 0 ? 0 : 1);
+      colourBits += k.laneBits(scratch->exactLanes[c], s.escape[c], codedBits);
+    }
+    if (colourBits < plainBits) {
+      colour = true;
+      plan->bits = colourBits;
+    }
+  }
+  if (!colour) plan->bits = plainBits;
+  plan->colourFlag = colour ? 1 : 0;
+  plan->alphaFlag = alpha;
+  plan->baseCount = 0;
+  plan->laneCount = 0;
+  for (uint32_t b = 0; b < s.blocks; ++b) {
+    for (uint32_t c = 0; c < s.components; ++c) {
+      const bool exact = colour && c < kColourComponents;
+      const uint32_t codedBits = s.sampleBits[c] + (exact && c != 0 ? 1 : 0);
+      if (c >= coded) {  // the constant component: block 0's first sample
+        AddBase(plan, t.plane[c][0], codedBits);
+      } else if (exact) {
+        AddBase(plan, static_cast<uint16_t>(scratch->colour.c[c][0]), codedBits);
+        plan->lanes[plan->laneCount++] =
+            WriteLane{&scratch->exactLanes[c], nullptr, 0, scratch->colour.c[c], s.escape[c],
+                      codedBits, 0};
+      } else {
+        const uint8_t* rows = BlockRows(s, t, b, c);
+        AddBase(plan, rows[0], codedBits);
+        plan->lanes[plan->laneCount++] =
+            ByteWriteLane(&scratch->byteLanes[b][c], rows, t.pitch, s.escape[c], codedBits);
+      }
+    }
+  }
+}
+
+// RGB565: the direct plan, or the colour transform when it is possible and
+// shorter.
+void PlanRgb565(const TileShape& s, const LaneKernels& k, const TileComponents& t,
+                PlanScratch* scratch, StreamPlan* plan) {
+  LaneResidues* direct = scratch->byteLanes[0];
+  k.rgb565Lanes(t.plane, t.pitch, direct);
+  uint64_t directBits = s.headerBits;
+  for (uint32_t c = 0; c < kRgb565Components; ++c) {
+    directBits += s.sampleBits[c] + k.laneBits(direct[c], kNoEscape, 0);
+  }
+  bool colour = false;
+  if (s.colourPossible && k.colourTransform(t.plane, t.pitch, s.sampleBits[0], &scratch->colour)) {
+    uint64_t colourBits = s.headerBits;
+    for (uint32_t c = 0; c < kColourComponents; ++c) {
+      const uint32_t codedBits = s.sampleBits[c] + (c == 0 ? 0 : 1);
+      k.exactLane(scratch->colour.c[c], &scratch->exactLanes[c]);
+      colourBits += codedBits + k.laneBits(scratch->exactLanes[c], s.escape[c], codedBits);
+    }
+    if (colourBits < directBits) {
+      colour = true;
+      plan->bits = colourBits;
+    }
+  }
+  if (!colour) plan->bits = directBits;
+  plan->colourFlag = colour ? 1 : 0;
+  plan->alphaFlag = 0;
+  plan->baseCount = 0;
+  plan->laneCount = kRgb565Components;
+  for (uint32_t c = 0; c < kRgb565Components; ++c) {
+    if (colour) {
+      const uint32_t codedBits = s.sampleBits[c] + (c == 0 ? 0 : 1);
+      AddBase(plan, static_cast<uint16_t>(scratch->colour.c[c][0]), codedBits);
+      plan->lanes[c] = WriteLane{&scratch->exactLanes[c], nullptr, 0, scratch->colour.c[c],
+                                 s.escape[c], codedBits, 0};
+    } else {
+      AddBase(plan, t.plane[c][0], s.sampleBits[c]);
+      plan->lanes[c] = WriteLane{&direct[c], nullptr, 0, nullptr, kRgb565Escape[c],
+                                 s.sampleBits[c], kRgb565WideCode[c]};
+    }
+  }
+}
+
+// Four fields of `width` bits (each below 2^width, width at most 7), given as
+// the bytes of a little-endian word, packed lowest first.
+uint64_t PackByteFields(uint32_t fields, uint32_t width) {
+  constexpr uint32_t kPairMask = 0x00ff00ff;
+  constexpr uint32_t kHalfBits = 16;
+  constexpr uint32_t kHalfMask = 0xffff;
+  const uint32_t pairs = (fields & kPairMask) | ((fields >> kByteBits) & kPairMask) << width;
+  return (pairs & kHalfMask) | uint64_t{pairs >> kHalfBits} << (2 * width);
+}
+
+// The written code and field width of group g of a lane.
+struct GroupCode {
+  uint32_t code;
+  uint32_t fieldBits;
+  bool raw;
+};
+
+GroupCode CodeOf(const WriteLane& lane, uint32_t g) {
+  const uint32_t width = lane.residues->width[g];
+  if (width < lane.escape) return GroupCode{width, width, false};
+  if (lane.wideCode != 0) return GroupCode{lane.wideCode, lane.codedBits, false};
+  return GroupCode{lane.escape, lane.codedBits, true};
+}
+
+uint64_t GroupFields(const WriteLane& lane, uint32_t g, const GroupCode& code) {
+  uint32_t word = 0;
+  if (!code.raw) {
+    std::memcpy(&word, lane.residues->zig + kGroupSize * g, sizeof word);
+    return PackByteFields(word, code.fieldBits);
+  }
+  if (lane.rawRows != nullptr) {  // 8-bit samples: the four bytes as they are
+    const uint8_t* at = lane.rawRows + (g / kGroupsPerRow) * lane.rawPitch +
+                        kGroupSize * (g % kGroupsPerRow);
+    std::memcpy(&word, at, sizeof word);
+    return word;
+  }
+  uint64_t packed = 0;
+  for (uint32_t i = 0; i < kGroupSize; ++i) {
+    packed |= uint64_t{static_cast<uint16_t>(lane.rawSamples[kGroupSize * g + i])}
+              << (i * code.fieldBits);
+  }
+  return packed;
+}
+
+// Flags, base values, the codes of group g of every lane, then their fields
+// in the same interleaving.
+void WritePlan(const TileShape& s, const StreamPlan& plan, uint8_t* output, size_t capacity) {
+  TileBitWriter writer = MakeTileBitWriter(output, capacity);
+  if (s.colourFlag) WriteBits(&writer, plan.colourFlag, kHeaderFlagBits);
+  if (s.alphaFlag) WriteBits(&writer, plan.alphaFlag, kHeaderFlagBits);
+  for (uint32_t i = 0; i < plan.baseCount; ++i) WriteBits(&writer, plan.base[i], plan.baseBits[i]);
+  GroupCode codes[kGroupsPerBlock][kMaxLanes];
+  for (uint32_t g = 0; g < kGroupsPerBlock; ++g) {
+    uint64_t word = 0;
+    for (uint32_t l = 0; l < plan.laneCount; ++l) {
+      codes[g][l] = CodeOf(plan.lanes[l], g);
+      word |= uint64_t{codes[g][l].code} << (kCodeBits * l);
+    }
+    WriteBits(&writer, word, kCodeBits * plan.laneCount);
+  }
+  for (uint32_t g = 0; g < kGroupsPerBlock; ++g) {
+    for (uint32_t l = 0; l < plan.laneCount; ++l) {
+      const GroupCode& code = codes[g][l];
+      WriteBits(&writer, GroupFields(plan.lanes[l], g, code), kGroupSize * code.fieldBits);
+    }
+  }
+}
+
+}  // namespace
+
+uint64_t EncodeTileStream(const TileShape& shape, const LaneKernels& kernels,
+                          const TileComponents& tile, uint8_t* output, size_t capacity,
+                          uint64_t* plannedBits) {
+  PlanScratch scratch;
+  StreamPlan plan;
+  if (shape.rgb565) {
+    PlanRgb565(shape, kernels, tile, &scratch, &plan);
+  } else {
+    PlanBytePlane(shape, kernels, tile, &scratch, &plan);
+  }
+  *plannedBits = plan.bits;
+  // Round up to whole units; keep the stream only when it is shorter than
+  // the raw tile (a stream filling the raw size would read back as raw).
+  const uint64_t unitBits = uint64_t{1} << shape.unitShift;
+  const uint64_t units = (plan.bits + unitBits - 1) >> shape.unitShift;
+  const uint64_t unitBytes = (units << shape.unitShift) / kByteBits;
+  if ((units << shape.unitShift) >= shape.rawTileBits || unitBytes > capacity) return 0;
+  std::memset(output, 0, unitBytes);
+  WritePlan(shape, plan, output, capacity);
+  return units;
+}
+
+}  // namespace pelcast
