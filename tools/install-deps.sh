@@ -9,7 +9,7 @@ set -euo pipefail
 
 packages=(
   g++ cmake ninja-build make git file
-  googletest libgtest-dev libbenchmark-dev
+  googletest libgtest-dev libbenchmark-dev libpng-dev
   clang libclang-rt-14-dev
   g++-aarch64-linux-gnu qemu-user
 )
