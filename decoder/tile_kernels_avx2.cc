@@ -33,7 +33,6 @@ constexpr uint64_t LaneMask(uint32_t width) {
 constexpr uint64_t kLaneMasks[] = {LaneMask(0), LaneMask(1), LaneMask(2), LaneMask(3),
                                    LaneMask(4), LaneMask(5), LaneMask(6), LaneMask(7),
                                    LaneMask(8), LaneMask(9)};
-constexpr uint32_t kWidestResidual = 9;
 
 // Residuals and raw-group masks of every (group, series), one 64-bit lane
 // quarter each, so a group loads as one vector.
@@ -42,22 +41,52 @@ struct GroupVectors {
   alignas(32) uint64_t raw[kGroups][kMaxSeries];
 };
 
-PELCAST_AVX2 void ReadResiduals(const uint8_t* padded, const TileFields& f, GroupVectors* v) {
-  uint64_t position = f.residualStart;
-  for (uint32_t g = 0; g < kGroups; ++g) {
-    for (uint32_t s = 0; s < kMaxSeries; ++s) {
-      if (s >= f.series) {
-        v->residuals[g][s] = 0;
-        v->raw[g][s] = 0;
-        continue;
-      }
-      const uint32_t code = f.codes[g][s];
-      const uint32_t width = ResidualWidth(f, s, code);
-      const uint64_t window = PeekStream(padded, position);
-      position += kGroupSamples * width;
-      v->residuals[g][s] = _pdep_u64(window, kLaneMasks[width > kWidestResidual ? 0 : width]);
-      v->raw[g][s] = code == f.escape[s] ? ~uint64_t{0} : 0;
+// Per series and code: the residual width, and the lane mask of a raw group.
+struct CodeTables {
+  uint8_t width[kMaxSeries][kCodeMask + 1];
+  uint64_t raw[kMaxSeries][kCodeMask + 1];
+};
+
+constexpr CodeTables MakeCodeTables(TileKind kind, bool colour) {
+  const KindShape& shape = kShapes[static_cast<int>(kind)];
+  CodeTables t{};
+  for (uint32_t s = 0; s < kMaxSeries; ++s) {
+    const uint32_t coded = shape.sampleBits[s] + (colour && shape.difference[s] ? 1 : 0);
+    for (uint32_t code = 0; code <= kCodeMask; ++code) {
+      t.width[s][code] = static_cast<uint8_t>(code < shape.escape[s] ? code : coded);
+      t.raw[s][code] = code == shape.escape[s] ? ~uint64_t{0} : 0;
     }
+  }
+  return t;
+}
+
+// [kind][colour flag]
+constexpr CodeTables kCodeTables[4][2] = {
+    {MakeCodeTables(TileKind::kRgba8888, false), MakeCodeTables(TileKind::kRgba8888, true)},
+    {MakeCodeTables(TileKind::kNv12Luma, false), MakeCodeTables(TileKind::kNv12Luma, true)},
+    {MakeCodeTables(TileKind::kNv12Chroma, false), MakeCodeTables(TileKind::kNv12Chroma, true)},
+    {MakeCodeTables(TileKind::kRgb565, false), MakeCodeTables(TileKind::kRgb565, true)},
+};
+
+// The codes of every group (S series of kCodeBits each, from `codes` on) and
+// the residuals after them, read group by group.
+template <uint32_t S>
+PELCAST_AVX2 inline void ReadGroups(const uint8_t* padded, uint64_t codes,
+                                    const CodeTables& tables, GroupVectors* v) {
+  uint64_t position = codes + kCodeBits * S * kGroups;
+  for (uint32_t g = 0; g < kGroups; ++g) {
+    const uint64_t word = PeekStream(padded, codes + kCodeBits * S * g);
+#pragma GCC unroll 4
+    for (uint32_t s = 0; s < S; ++s) {
+      const uint32_t code = (word >> (kCodeBits * s)) & kCodeMask;
+      const uint32_t width = tables.width[s][code];
+      v->raw[g][s] = tables.raw[s][code];
+      v->residuals[g][s] = _pdep_u64(PeekStream(padded, position), kLaneMasks[width]);
+      position += kGroupSamples * width;
+    }
+  }
+  for (uint32_t s = S; s < kMaxSeries; ++s) {
+    for (uint32_t g = 0; g < kGroups; ++g) v->residuals[g][s] = v->raw[g][s] = 0;
   }
 }
 
@@ -182,14 +211,33 @@ PELCAST_AVX2 void StoreRgb565Row(const TileFields& f, const __m256i s[4], uint8_
   StoreRow(out + y * pitch, packed);
 }
 
-}  // namespace
+// Flags and base values; returns the bit position of the first code.
+template <TileKind K>
+PELCAST_AVX2 inline uint64_t ReadHeader(const uint8_t* padded, TileFields* f) {
+  constexpr KindShape shape = kShapes[static_cast<int>(K)];
+  uint64_t position = 0;
+  f->colourFlag = shape.colourFlag ? TakeField(padded, &position, 1) : 0;
+  f->constantFlag = shape.alphaFlag ? TakeField(padded, &position, 1) : 0;
+  f->series = shape.series - f->constantFlag;
+  f->base[kMaxSeries - 1] = 0;
+  for (uint32_t s = 0; s < shape.bases; ++s) {
+    const bool wider = f->colourFlag != 0 && shape.difference[s];
+    f->base[s] = static_cast<uint16_t>(TakeField(padded, &position, shape.sampleBits[s] + wider));
+  }
+  return position;
+}
 
-PELCAST_AVX2 void DecodeCompressedTileAvx2(TileKind kind, const uint8_t* padded, uint8_t* out,
-                                           uint64_t pitch) {
+template <TileKind K>
+PELCAST_AVX2 void DecodeKind(const uint8_t* padded, uint8_t* out, uint64_t pitch) {
   TileFields f;
-  ReadTileFields(kind, padded, &f);
+  const uint64_t codes = ReadHeader<K>(padded, &f);
+  const CodeTables& tables = kCodeTables[static_cast<int>(K)][f.colourFlag];
   GroupVectors v;
-  ReadResiduals(padded, f, &v);
+  if (f.series == kMaxSeries) {
+    ReadGroups<kMaxSeries>(padded, codes, tables, &v);
+  } else {
+    ReadGroups<kMaxSeries - 1>(padded, codes, tables, &v);
+  }
   __m256i above[kGroupsPerRow];
   const __m256i base = _mm256_setr_epi64x(
       static_cast<int64_t>(0x0001000100010001ull * f.base[0]),
@@ -199,20 +247,35 @@ PELCAST_AVX2 void DecodeCompressedTileAvx2(TileKind kind, const uint8_t* padded,
   for (auto& a : above) a = base;
   for (uint32_t y = 0; y < kBlockRows; ++y) {
     ReconstructRow(v, y, above);
-    switch (kind) {
-      case TileKind::kRgba8888:
-        StoreRgbaRow(f, above, out, pitch, y);
-        break;
-      case TileKind::kNv12Luma:
-        StoreLumaRow(above, out, pitch, y);
-        break;
-      case TileKind::kNv12Chroma:
-        StoreChromaRow(above, out, pitch, y);
-        break;
-      case TileKind::kRgb565:
-        StoreRgb565Row(f, above, out, pitch, y);
-        break;
+    if constexpr (K == TileKind::kRgba8888) {
+      StoreRgbaRow(f, above, out, pitch, y);
+    } else if constexpr (K == TileKind::kNv12Luma) {
+      StoreLumaRow(above, out, pitch, y);
+    } else if constexpr (K == TileKind::kNv12Chroma) {
+      StoreChromaRow(above, out, pitch, y);
+    } else {
+      StoreRgb565Row(f, above, out, pitch, y);
     }
+  }
+}
+
+}  // namespace
+
+PELCAST_AVX2 void DecodeCompressedTileAvx2(TileKind kind, const uint8_t* padded, uint8_t* out,
+                                           uint64_t pitch) {
+  switch (kind) {
+    case TileKind::kRgba8888:
+      DecodeKind<TileKind::kRgba8888>(padded, out, pitch);
+      break;
+    case TileKind::kNv12Luma:
+      DecodeKind<TileKind::kNv12Luma>(padded, out, pitch);
+      break;
+    case TileKind::kNv12Chroma:
+      DecodeKind<TileKind::kNv12Chroma>(padded, out, pitch);
+      break;
+    case TileKind::kRgb565:
+      DecodeKind<TileKind::kRgb565>(padded, out, pitch);
+      break;
   }
 }
 
