@@ -18,7 +18,17 @@ bool SameFile(const char* a, const char* b) {
 
 }  // namespace
 
-FILE* OpenInput(const char* path) { return std::fopen(path, "rb"); }
+FILE* OpenInput(const char* path) {
+  FILE* file = std::fopen(path, "rb");
+  // The C library opens a directory for reading, but every read of it fails
+  // and its size is whatever the file system reports; it is no input.
+  struct stat info {};
+  if (file != nullptr && fstat(fileno(file), &info) == 0 && S_ISDIR(info.st_mode)) {
+    std::fclose(file);
+    return nullptr;
+  }
+  return file;
+}
 
 FILE* OpenOutput(const char* path, const char* inputPath) {
   if (inputPath != nullptr && SameFile(path, inputPath)) return nullptr;

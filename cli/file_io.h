@@ -6,7 +6,7 @@
 
 namespace pelcast {
 
-// Opens `path` for binary reading; null on failure.
+// Opens `path` for binary reading; null on failure, and for a directory.
 FILE* OpenInput(const char* path);
 
 // Opens `path` for binary writing (created or truncated); null on failure.
