@@ -251,10 +251,15 @@ def main():
     r.out("## End to end: the commands against cat")
     r.out()
     r.out("`tools/e2e-bench.sh`: the real pelcast commands on corpus files (single frames: "
-          "photo-mountains; seq: the 8-frame pan sequence), each beside `cat` of the same "
-          "input to the same output place, warm page cache, median wall-clock time of "
-          "repeated runs measured by hyperfine. ratio = pelcast / cat. The output column is "
-          "the comparison with an independently known result where one exists.")
+          "photo-mountains; 4K: the 3840x2160 mosaic; seq: the 8-frame pan sequence), each "
+          "beside `cat` of the same "
+          "input to the same output place, warm page cache, measured by hyperfine: median "
+          "wall-clock time of repeated runs, and their mean CPU time (user + system), which "
+          "other work on the machine disturbs less. ratio = pelcast / cat. cat copies inside "
+          "the kernel (copy_file_range) without passing the bytes through its own memory. "
+          "The output column is the comparison with an independently known result where one "
+          "exists (decoders give back the original frames, P undoes I, E gives what I gives, "
+          "T copies the whole sequence).")
     r.out()
     with open(args.e2e) as f:
         r.out(f.read().rstrip("\n"))

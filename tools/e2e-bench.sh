@@ -4,11 +4,15 @@
 #
 #   tools/e2e-bench.sh [--markdown FILE]
 #
-# Times U, G, B, H and N on single 1920x1080 frames and (U, N) on the 8-frame
-# pan sequence, and P, I, C, E, T and S on the sequence. The page cache is warm
-# (warm-up runs first); each figure is the median of several runs measured by
-# hyperfine (installed from Debian when missing). The ratio is command / copy:
-# 1.0 means the command costs no more than copying its input file.
+# Times U, G, B, H and N on single 1920x1080 frames, on the 3840x2160 frame
+# the benchmarks build from four corpus frames and (U, N) on the 8-frame pan
+# sequence, and P, I, C, E, T and S on the sequence. The page cache is warm
+# (warm-up runs first); hyperfine (installed from Debian when missing) gives
+# the median wall-clock time of several runs and their mean CPU time (user +
+# system), which other work on a shared machine disturbs less. The ratios are
+# command / copy: 1.0 means the command costs no more than copying its input
+# file. cat copies inside the kernel (copy_file_range) where it can, without
+# passing the bytes through memory of its own as a command must.
 #
 # ZPAK inputs come from pelcast N and H themselves, and for B from the
 # library's RGB565 frame encoder (pelcast-bench-prep); the planar input of P
@@ -34,6 +38,8 @@ runs=${PELCAST_E2E_RUNS:-10}
 warmup=2
 width=1920
 height=1080
+uhd_width=3840
+uhd_height=2160
 
 if ! command -v hyperfine >/dev/null; then
   as_root=()
@@ -71,7 +77,13 @@ mkdir -p "$in" "$out"
 "$prep" rgb565-zpak "$corpus/$single.rgb565" "$in/single.rgb565.zpak" $width $height
 "$pelcast" I "$sequence" "$in/pan.i420" $width $height >/dev/null
 "$prep" pad-nv12 "$sequence" "$in/pan.padded.nv12" $width $height
-for made in single.nv12.zpak pan.nv12.zpak single.rgba.zpak single.rgb565.zpak pan.i420 pan.padded.nv12; do
+# The 3840x2160 mosaic of four corpus frames, in each format.
+for layout in nv12 rgba rgb565; do "$prep" uhd $layout "$in/uhd.$layout"; done
+"$pelcast" N "$in/uhd.nv12" "$in/uhd.nv12.zpak" $uhd_width $uhd_height >/dev/null
+"$pelcast" H "$in/uhd.rgba" "$in/uhd.rgba.zpak" $uhd_width $uhd_height >/dev/null
+"$prep" rgb565-zpak "$in/uhd.rgb565" "$in/uhd.rgb565.zpak" $uhd_width $uhd_height
+for made in single.nv12.zpak pan.nv12.zpak single.rgba.zpak single.rgb565.zpak pan.i420 \
+  pan.padded.nv12 uhd.nv12.zpak uhd.rgba.zpak uhd.rgb565.zpak; do
   [ -s "$in/$made" ] || { echo "e2e-bench: could not make $in/$made" >&2; exit 1; }
 done
 
@@ -86,6 +98,11 @@ cases=(
   "U seq|$in/pan.nv12.zpak|U @IN@ @OUT@ $width $height|$sequence|8 ZPAK frames to NV12"
   "G|$in/single.rgba.zpak|G @IN@ @OUT@ $width $height|$corpus/$single.rgba|ZPAK frame to RGBA8888"
   "B|$in/single.rgb565.zpak|B @IN@ @OUT@ $width $height|$corpus/$single.rgb565|ZPAK frame to RGB565"
+  "N 4K|$in/uhd.nv12|N @IN@ @OUT@ $uhd_width $uhd_height||3840x2160 NV12 frame to ZPAK"
+  "H 4K|$in/uhd.rgba|H @IN@ @OUT@ $uhd_width $uhd_height||3840x2160 RGBA8888 frame to ZPAK"
+  "U 4K|$in/uhd.nv12.zpak|U @IN@ @OUT@ $uhd_width $uhd_height|$in/uhd.nv12|3840x2160 ZPAK frame to NV12"
+  "G 4K|$in/uhd.rgba.zpak|G @IN@ @OUT@ $uhd_width $uhd_height|$in/uhd.rgba|3840x2160 ZPAK frame to RGBA8888"
+  "B 4K|$in/uhd.rgb565.zpak|B @IN@ @OUT@ $uhd_width $uhd_height|$in/uhd.rgb565|3840x2160 ZPAK frame to RGB565"
   "P seq|$in/pan.i420|P @IN@ @OUT@ $width $height|$sequence|8 planar frames to NV12"
   "I seq|$sequence|I @IN@ @OUT@ $width $height|$in/pan.i420|8 NV12 frames to planar"
   "C seq|$sequence|C @IN@ @OUT@ $width $height 1280 720||8 NV12 frames cropped to 1280x720 planar"
@@ -95,7 +112,10 @@ cases=(
 )
 
 size_of() { local total=0 f; for f in "$@"; do total=$((total + $(stat -c %s "$f"))); done; echo $total; }
+# From hyperfine's CSV (command,mean,stddev,median,user,system,min,max): the
+# median wall-clock time, and the mean CPU time (user + system) of a row.
 median_of() { awk -F, -v row="$2" 'NR == row + 1 { print $4 }' "$1"; }
+cpu_of() { awk -F, -v row="$2" 'NR == row + 1 { print $5 + $6 }' "$1"; }
 
 rows=()
 for entry in "${cases[@]}"; do
@@ -116,6 +136,8 @@ for entry in "${cases[@]}"; do
   hyperfine --style none --warmup $warmup --runs "$runs" --export-csv "$csv" "$command" "$copy" >/dev/null
   tool_s=$(median_of "$csv" 1)
   copy_s=$(median_of "$csv" 2)
+  tool_cpu=$(cpu_of "$csv" 1)
+  copy_cpu=$(cpu_of "$csv" 2)
   # The command's output, made once more after the copy overwrote it.
   check="-"
   if [ "${arguments%% *}" = "S" ]; then
@@ -131,15 +153,15 @@ for entry in "${cases[@]}"; do
   out_bytes=0
   [ -f "$target" ] && out_bytes=$(size_of "$target")
   rows+=("$(awk -v n="$name" -v d="$description" -v i="$in_bytes" -v o="$out_bytes" -v t="$tool_s" \
-    -v c="$copy_s" -v k="$check" 'BEGIN {
-      printf "| %s | %s | %.1f | %.1f | %.2f | %.2f | %.2f | %s |", n, d, i / 1e6, o / 1e6,
-             t * 1e3, c * 1e3, t / c, k }')")
+    -v c="$copy_s" -v tc="$tool_cpu" -v cc="$copy_cpu" -v k="$check" 'BEGIN {
+      printf "| %s | %s | %.1f | %.1f | %.2f | %.2f | %.2f | %.2f | %.2f | %.2f | %s |", n, d,
+             i / 1e6, o / 1e6, t * 1e3, c * 1e3, t / c, tc * 1e3, cc * 1e3, tc / cc, k }')")
   echo "e2e-bench: $name done" >&2
 done
 
 table() {
-  echo "| case | what | input MB | output MB | pelcast ms | cat ms | ratio | output |"
-  echo "|---|---|---:|---:|---:|---:|---:|---|"
+  echo "| case | what | input MB | output MB | pelcast ms | cat ms | ratio | pelcast CPU ms | cat CPU ms | CPU ratio | output |"
+  echo "|---|---|---:|---:|---:|---:|---:|---:|---:|---:|---|"
   printf '%s\n' "${rows[@]}"
 }
 

@@ -9,6 +9,8 @@
 //       Packed NV12 frames to the padded layout command E reads (stride the
 //       width aligned to 128, plus 128 when that is a multiple of 2048; 32-row
 //       luma and 16-row chroma alignment), padding zero.
+//   pelcast-bench-prep uhd nv12|rgba|rgb565 OUT
+//       The 3840x2160 frame the benchmarks build from four corpus frames.
 //
 // Exits non-zero with a message on any failure.
 #include <cstdio>
@@ -100,12 +102,36 @@ void PadNv12(const char* input, const char* output, int32_t width, int32_t heigh
   CloseBoth(files);
 }
 
+void WriteUhd(const std::string& layoutName, const char* output) {
+  PixelLayout layout = PixelLayout::kNv12;
+  if (layoutName == "rgba") {
+    layout = PixelLayout::kRgba8888;
+  } else if (layoutName == "rgb565") {
+    layout = PixelLayout::kRgb565;
+  } else if (layoutName != "nv12") {
+    Die("unknown layout " + layoutName);
+  }
+  const Frame* frame = pelcast::bench::UhdFrame(layout);
+  if (frame == nullptr) Die("no corpus frames in " + pelcast::bench::CorpusDirectory());
+  std::FILE* file = std::fopen(output, "wb");
+  if (file == nullptr) Die(std::string("cannot write ") + output);
+  Write(file, frame->bytes);
+  if (std::fclose(file) != 0) Die("write failed");
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
+  constexpr int kUhdArguments = 4;
   constexpr int kArguments = 6;
-  if (argc != kArguments) Die("usage: pelcast-bench-prep rgb565-zpak|pad-nv12 IN OUT W H");
-  const std::string mode = argv[1];
+  const std::string mode = argc > 1 ? argv[1] : "";
+  if (mode == "uhd" && argc == kUhdArguments) {
+    WriteUhd(argv[2], argv[3]);
+    return 0;
+  }
+  if (argc != kArguments) {
+    Die("usage: pelcast-bench-prep rgb565-zpak|pad-nv12 IN OUT W H, or uhd nv12|rgba|rgb565 OUT");
+  }
   const int32_t width = std::atoi(argv[4]);
   const int32_t height = std::atoi(argv[5]);
   if (width <= 0 || height <= 0) Die("width and height must be positive");
