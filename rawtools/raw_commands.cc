@@ -33,6 +33,11 @@ constexpr uint32_t kChromaLineAlignment = 16;
 // The padded frame buffer is requested with this much slack, and fails when
 // the frame size or the request is negative as a signed 32-bit size.
 constexpr uint32_t kFrameSlackBytes = 128;
+// E writes its luma row by row, h rows of w bytes, however small the 32-bit
+// frame size wrapped to; a plane of this many bytes or more is refused like
+// a buffer that cannot be had, rather than writing gigabytes of rows that lie
+// past the frame.
+constexpr int64_t kMaxPackedLumaBytes = int64_t{1} << 31;
 
 // T copies frames of 1.5 bytes per pixel.
 constexpr double kFrameBytesPerPixel = 1.5;
@@ -154,7 +159,9 @@ void DepadNv12Command(const char* input, const char* output, int32_t width, int3
   const int32_t chromaBytes = Mul32(width, height) / 2;
   RawBuffer frame, planar;
   const bool sizeNegative = static_cast<int32_t>(frameBytes) < 0 || requested < 0;
-  if (sizeNegative || !AllocateRaw(frameBytes, frame) || !AllocateRaw(chromaBytes, planar)) {
+  const bool lumaTooLarge = width > 0 && height > 0 && int64_t{width} * height >= kMaxPackedLumaBytes;
+  if (sizeNegative || lumaTooLarge || !AllocateRaw(frameBytes, frame) ||
+      !AllocateRaw(chromaBytes, planar)) {
     std::puts(kBufferError);
     return;
   }
