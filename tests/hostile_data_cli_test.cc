@@ -1,0 +1,104 @@
+// Metadata bytes of every value over data planes of random bytes, through
+// the decode commands. The tile decoder gives a metadata byte only two
+// meanings: "raw" (the unit count equals the raw tile's) and, through the
+// frame decoder's half-slot rule, "at most 23"; every other difference
+// between values is ignored. So the 256 values fall into a few classes that
+// must decode identically, and the raw class to the stored bytes.
+#include <gtest/gtest.h>
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "tests/hostile_cli_support.h"
+#include "tests/test_support.h"
+
+namespace pelcast::testing {
+namespace {
+
+using namespace hostile;
+
+enum class MetaClass { kRaw, kShortCompressed, kCompressed };
+
+// 256-byte tiles: (meta - 15) >> 2 units, raw at 4 units (31 to 34); tiles
+// of at most 23 in slots 1 and 2 of every four start half way into the slot.
+MetaClass ClassOfFullTile(int meta) {
+  if (meta >= 31 && meta <= 34) return MetaClass::kRaw;
+  return meta <= 23 ? MetaClass::kShortCompressed : MetaClass::kCompressed;
+}
+
+// RGB565 half tiles: raw at 2 units (23 to 26), and 31 is read as 2 units;
+// halves always sit at their fixed place.
+MetaClass ClassOfHalfTile(int meta) {
+  if ((meta >= 23 && meta <= 26) || meta == 31) return MetaClass::kRaw;
+  return MetaClass::kCompressed;
+}
+
+struct Format {
+  char letter;
+  std::string width, height;
+  size_t frame;                 // bytes of one ZPAK frame
+  std::vector<size_t> metaPlanes;  // [start, end) pairs of the metadata planes
+  MetaClass (*classOf)(int);
+};
+
+// Decodes one frame whose metadata bytes all hold `meta`, data random.
+Bytes DecodeWithMetadata(const Format& f, int meta, const Bytes& data) {
+  Bytes frame = data;
+  for (size_t i = 0; i < f.metaPlanes.size(); i += 2) {
+    std::fill(frame.begin() + f.metaPlanes[i], frame.begin() + f.metaPlanes[i + 1], meta);
+  }
+  TempDir dir;
+  WriteFile(dir.File("in"), frame);
+  const RunResult r = RunTool({std::string(1, f.letter), "in", "out", f.width, f.height}, dir.path());
+  EXPECT_NE(r.output.find(ReadLines(1) + kDecodeEnd), std::string::npos) << f.letter << meta;
+  return ReadFile(dir.File("out"));
+}
+
+TEST(HostileData, EveryMetadataValueDecodesAsItsClass) {
+  const Format formats[] = {
+      {'U', "64", "32", 16384, {0, 4096, 8192, 12288}, ClassOfFullTile},
+      {'G', "64", "16", 8192, {0, 4096}, ClassOfFullTile},
+      {'B', "64", "16", 8192, {0, 4096}, ClassOfHalfTile},
+  };
+  for (const Format& f : formats) {
+    const Bytes data = RandomBytes(f.frame, f.letter);
+    std::map<MetaClass, Bytes> firstOfClass;
+    for (int meta = 0; meta < 256; ++meta) {
+      const Bytes out = DecodeWithMetadata(f, meta, data);
+      const auto [it, first] = firstOfClass.emplace(f.classOf(meta), out);
+      if (!first) {
+        EXPECT_EQ(out, it->second) << f.letter << " metadata " << meta;
+      }
+    }
+    EXPECT_EQ(firstOfClass.size(), 3u - (f.letter == 'B' ? 1 : 0)) << f.letter;
+  }
+}
+
+TEST(HostileData, RawTilesAreTheStoredBytesInRasterOrder) {
+  // G 64 x 16: 4 x 4 tiles of 16 x 4 pixels, tile (r, c) in slot
+  // kSlot[4r + c]. A raw tile holds its pixels in 4 x 4 micro-blocks, left
+  // to right; inside one, position p holds the pixel at column
+  // kPixelAt[p] % 4, row kPixelAt[p] / 4.
+  const uint8_t kSlot[16] = {0, 7, 10, 13, 6, 1, 12, 11, 3, 4, 9, 14, 5, 2, 15, 8};
+  const uint8_t kPixelAt[16] = {0, 1, 4, 5, 2, 3, 6, 7, 8, 9, 12, 13, 10, 11, 14, 15};
+  int positionOf[16];
+  for (int p = 0; p < 16; ++p) positionOf[kPixelAt[p]] = p;
+  const Bytes data = RandomBytes(8192, 99);
+  Bytes expected;
+  for (int y = 0; y < 16; ++y) {
+    for (int x = 0; x < 64; ++x) {
+      const int slot = kSlot[4 * (y / 4) + x / 16];
+      const int element = 16 * ((x % 16) / 4) + positionOf[4 * (y % 4) + x % 4];
+      const auto at = data.begin() + 4096 + 256 * slot + 4 * element;
+      expected.insert(expected.end(), at, at + 4);
+    }
+  }
+  const Format g = {'G', "64", "16", 8192, {0, 4096}, ClassOfFullTile};
+  for (int meta : {31, 32, 33, 34}) {
+    EXPECT_EQ(DecodeWithMetadata(g, meta, data), expected) << "metadata " << meta;
+  }
+}
+
+}  // namespace
+}  // namespace pelcast::testing
