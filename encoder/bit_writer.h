@@ -59,6 +59,19 @@ inline void WriteBits(TileBitWriter* writer, uint64_t value, uint32_t count) {
   writer->pendingBits = bits & kPartialByte;
 }
 
+// WriteBits for a writer whose buffer is known to hold the whole stream and
+// one more word past its last finished byte, so the store needs no bound.
+inline void WriteBitsInBounds(TileBitWriter* writer, uint64_t value, uint32_t count) {
+  constexpr uint32_t kByteShift = 3;
+  constexpr uint32_t kPartialByte = 7;
+  writer->pending |= value << writer->pendingBits;
+  const uint32_t bits = writer->pendingBits + count;
+  std::memcpy(writer->bytes + writer->bytePosition, &writer->pending, sizeof writer->pending);
+  writer->bytePosition += bits >> kByteShift;
+  writer->pending >>= bits & ~kPartialByte;
+  writer->pendingBits = bits & kPartialByte;
+}
+
 // Bytes that hold stream bits. Every field's store already wrote the
 // unfinished byte, so there is nothing to flush.
 inline size_t WrittenBytes(const TileBitWriter& writer) {

@@ -2,6 +2,7 @@
 #include "encoder/lane_kernels.h"
 
 #include <bit>
+#include <cstring>
 
 #include "encoder/lane_math.h"
 
@@ -108,6 +109,26 @@ uint32_t PlainLaneBits(const LaneResidues& lane, uint32_t escape, uint32_t coded
   return kGroupsPerBlock * kCodeBits + kGroupSize * fieldBits;
 }
 
+void PlainPackLane(const LaneResidues& lane, const LaneCoding& coding, LanePack* out) {
+  for (uint32_t g = 0; g < kGroupsPerBlock; ++g) {
+    const uint32_t width = lane.width[g];
+    const bool narrow = width < coding.escape;
+    const uint32_t fieldBits = narrow ? width : coding.codedBits;
+    out->code[g] = static_cast<uint8_t>(narrow ? width : coding.wideCode != 0 ? coding.wideCode
+                                                                                : coding.escape);
+    out->fieldBits[g] = static_cast<uint8_t>(kGroupSize * fieldBits);
+    uint32_t word = 0;  // escaped groups without byte samples stay 0
+    if (narrow || coding.wideCode != 0) {
+      std::memcpy(&word, lane.zig + kGroupSize * g, sizeof word);
+      word = PackByteFields(word, fieldBits);
+    } else if (coding.rawRows != nullptr) {  // 8-bit samples as they are
+      std::memcpy(&word, coding.rawRows + (g / kGroupsPerRow) * coding.rawPitch +
+                             kGroupSize * (g % kGroupsPerRow), sizeof word);
+    }
+    out->fields[g] = word;
+  }
+}
+
 void PlainSplitQuads(const uint8_t* rows, size_t pitch, uint8_t* planes) {
   constexpr uint32_t kQuad = 4;
   for (uint32_t y = 0; y < kBlockHeight; ++y) {
@@ -134,7 +155,7 @@ void PlainSplitRgb565(const uint8_t* rows, size_t pitch, uint8_t* planes) {
 
 constexpr LaneKernels kPlain = {
     "plain",          PlainByteLane, PlainExactLane,  PlainRgb565Lanes, PlainColourTransform,
-    PlainLaneBits,    PlainSplitQuads, PlainSplitRgb565,
+    PlainLaneBits,    PlainPackLane,   PlainSplitQuads,  PlainSplitRgb565,
 };
 
 }  // namespace
@@ -142,8 +163,11 @@ constexpr LaneKernels kPlain = {
 const LaneKernels& PlainLaneKernels() { return kPlain; }
 
 const LaneKernels& ActiveLaneKernels() {
-  static const LaneKernels* const active = VectorLaneKernels();
-  return active != nullptr ? *active : kPlain;
+  static const LaneKernels* const active = [] {
+    const VectorKernelSets sets = AvailableVectorLaneKernels();
+    return sets.count != 0 ? sets.set[sets.count - 1] : &kPlain;
+  }();
+  return *active;
 }
 
 }  // namespace pelcast

@@ -37,6 +37,28 @@ struct ColourSamples {
   alignas(16) int16_t c[3][kBlockSamples];
 };
 
+// What the writer appends for one lane: per group its code, the bits of its
+// four fields, and the fields packed lowest first. Escaped groups of exactly
+// reproduced samples (raw samples that may be wider than a byte, not held
+// in the lane) are left for the writer to pack.
+struct LanePack {
+  alignas(16) uint8_t code[kGroupsPerBlock];
+  alignas(16) uint8_t fieldBits[kGroupsPerBlock];  // four times the field width
+  alignas(16) uint64_t fields[kGroupsPerBlock];
+};
+
+// How a lane is written: groups narrower than `escape` take their width;
+// the others take `wideCode` when it is non-zero (still predicted, fields of
+// `codedBits` bits), else the escape with raw samples of `codedBits` bits,
+// read from `rawRows` (byte samples, `rawPitch` apart) when it is non-null.
+struct LaneCoding {
+  uint32_t escape;
+  uint32_t codedBits;
+  uint32_t wideCode;
+  const uint8_t* rawRows;
+  size_t rawPitch;
+};
+
 struct LaneKernels {
   const char* name;
   // A byte-packed component, 16 x 4 samples at `rows` (`pitch` bytes apart):
@@ -55,6 +77,8 @@ struct LaneKernels {
   // Bits of a lane's codes and fields when groups narrower than `escape`
   // take their width and the others `codedBits`.
   uint32_t (*laneBits)(const LaneResidues& lane, uint32_t escape, uint32_t codedBits);
+  // Codes and packed fields of a lane.
+  void (*packLane)(const LaneResidues& lane, const LaneCoding& coding, LanePack* out);
   // Splits 16 x 4 four-byte pixels (`pitch` bytes to a row) into four 64-byte
   // component planes.
   void (*splitQuads)(const uint8_t* rows, size_t pitch, uint8_t* planes);
@@ -64,9 +88,15 @@ struct LaneKernels {
 
 // The plain routines, always available.
 const LaneKernels& PlainLaneKernels();
-// The vector routines for this processor, or null when it has none.
-const LaneKernels* VectorLaneKernels();
-// What the encoder uses: the vector routines when there are any.
+
+// The vector routine sets this processor can run, best last.
+struct VectorKernelSets {
+  const LaneKernels* set[2];
+  uint32_t count;
+};
+VectorKernelSets AvailableVectorLaneKernels();
+
+// What the encoder uses: the best vector set, or the plain one.
 const LaneKernels& ActiveLaneKernels();
 
 }  // namespace pelcast

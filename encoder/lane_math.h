@@ -20,6 +20,17 @@ constexpr uint8_t ZigZagByte(uint8_t residual) {
   return static_cast<uint8_t>(static_cast<uint8_t>(residual << 1) ^ sign);
 }
 
+// Four fields of `width` bits (each below 2^width, width at most 8), given
+// as the bytes of a little-endian word, packed lowest first.
+constexpr uint32_t PackByteFields(uint32_t fields, uint32_t width) {
+  constexpr uint32_t kPairMask = 0x00ff00ff;
+  constexpr uint32_t kHalfMask = 0xffff;
+  constexpr uint32_t kByte = 8;
+  constexpr uint32_t kHalf = 16;
+  const uint32_t pairs = (fields & kPairMask) | ((fields >> kByte) & kPairMask) << width;
+  return (pairs & kHalfMask) | (pairs >> kHalf) << (2 * width);
+}
+
 // The representative of `value` modulo 2^bits in [-2^(bits-1), 2^(bits-1)).
 constexpr int32_t Balanced(int32_t value, uint32_t bits) {
   const int32_t half = int32_t{1} << (bits - 1);

@@ -18,9 +18,11 @@ inline constexpr uint32_t kMicroBlockElements = 16;
 // The raster tile `raster` (`rows` rows `pitch` bytes apart, `rowElements`
 // elements of `elementBytes` bytes each; multiples of 4 rows and elements) in
 // micro-block order at `ordered`.
-inline void OrderElements(const uint8_t* raster, size_t pitch, uint32_t rowElements,
-                          uint32_t rows, uint32_t elementBytes, uint8_t* ordered) {
-  const size_t pairBytes = 2 * size_t{elementBytes};
+template <uint32_t kElementBytes>
+inline void OrderElementsOf(const uint8_t* raster, size_t pitch, uint32_t rowElements,
+                            uint32_t rows, uint8_t* ordered) {
+  constexpr size_t pairBytes = 2 * size_t{kElementBytes};
+  constexpr uint32_t elementBytes = kElementBytes;
   for (uint32_t y = 0; y < rows; y += kMicroBlockSide) {
     for (uint32_t x = 0; x < rowElements; x += kMicroBlockSide) {
       const uint8_t* top = raster + y * pitch + x * elementBytes;
@@ -34,6 +36,21 @@ inline void OrderElements(const uint8_t* raster, size_t pitch, uint32_t rowEleme
         }
       }
     }
+  }
+}
+
+inline void OrderElements(const uint8_t* raster, size_t pitch, uint32_t rowElements,
+                          uint32_t rows, uint32_t elementBytes, uint8_t* ordered) {
+  switch (elementBytes) {
+    case 1:
+      OrderElementsOf<1>(raster, pitch, rowElements, rows, ordered);
+      return;
+    case 2:
+      OrderElementsOf<2>(raster, pitch, rowElements, rows, ordered);
+      return;
+    default:
+      OrderElementsOf<4>(raster, pitch, rowElements, rows, ordered);
+      return;
   }
 }
 

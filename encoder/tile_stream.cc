@@ -61,12 +61,8 @@ constexpr uint32_t kRgb565WideCode[kRgb565Components] = {6, 7, 6};
 // One coded lane as the writer reads it.
 struct WriteLane {
   const LaneResidues* residues;
-  const uint8_t* rawRows;     // escaped groups: byte samples, `rawPitch` apart,
-  size_t rawPitch;
-  const int16_t* rawSamples;  // or exactly reproduced samples in raster order
-  uint32_t escape;
-  uint32_t codedBits;
-  uint32_t wideCode;  // non-zero: groups at or above the escape stay predicted at full width
+  LaneCoding coding;
+  const int16_t* rawSamples;  // exactly reproduced samples, for escaped groups
 };
 
 struct StreamPlan {
@@ -109,7 +105,12 @@ void AddBase(StreamPlan* plan, uint32_t value, uint32_t bits) {
 
 WriteLane ByteWriteLane(const LaneResidues* residues, const uint8_t* rows, size_t pitch,
                         uint32_t escape, uint32_t codedBits) {
-  return WriteLane{residues, rows, pitch, nullptr, escape, codedBits, 0};
+  return WriteLane{residues, LaneCoding{escape, codedBits, 0, rows, pitch}, nullptr};
+}
+
+WriteLane ExactWriteLane(const LaneResidues* residues, const int16_t* samples, uint32_t escape,
+                         uint32_t codedBits) {
+  return WriteLane{residues, LaneCoding{escape, codedBits, 0, nullptr, 0}, samples};
 }
 
 // Byte-packed planes: per block and component a lane modulo 256; with the
@@ -160,8 +161,7 @@ void PlanBytePlane(const TileShape& s, const LaneKernels& k, const TileComponent
       } else if (exact) {
         AddBase(plan, static_cast<uint16_t>(scratch->colour.c[c][0]), codedBits);
         plan->lanes[plan->laneCount++] =
-            WriteLane{&scratch->exactLanes[c], nullptr, 0, scratch->colour.c[c], s.escape[c],
-                      codedBits, 0};
+            ExactWriteLane(&scratch->exactLanes[c], scratch->colour.c[c], s.escape[c], codedBits);
       } else {
         const uint8_t* rows = BlockRows(s, t, b, c);
         AddBase(plan, rows[0], codedBits);
@@ -204,81 +204,93 @@ void PlanRgb565(const TileShape& s, const LaneKernels& k, const TileComponents& 
     if (colour) {
       const uint32_t codedBits = s.sampleBits[c] + (c == 0 ? 0 : 1);
       AddBase(plan, static_cast<uint16_t>(scratch->colour.c[c][0]), codedBits);
-      plan->lanes[c] = WriteLane{&scratch->exactLanes[c], nullptr, 0, scratch->colour.c[c],
-                                 s.escape[c], codedBits, 0};
+      plan->lanes[c] =
+          ExactWriteLane(&scratch->exactLanes[c], scratch->colour.c[c], s.escape[c], codedBits);
     } else {
       AddBase(plan, t.plane[c][0], s.sampleBits[c]);
-      plan->lanes[c] = WriteLane{&direct[c], nullptr, 0, nullptr, kRgb565Escape[c],
-                                 s.sampleBits[c], kRgb565WideCode[c]};
+      plan->lanes[c] = WriteLane{
+          &direct[c], LaneCoding{kRgb565Escape[c], s.sampleBits[c], kRgb565WideCode[c], nullptr, 0},
+          nullptr};
     }
   }
 }
 
-// Four fields of `width` bits (each below 2^width, width at most 7), given as
-// the bytes of a little-endian word, packed lowest first.
-uint64_t PackByteFields(uint32_t fields, uint32_t width) {
-  constexpr uint32_t kPairMask = 0x00ff00ff;
-  constexpr uint32_t kHalfBits = 16;
-  constexpr uint32_t kHalfMask = 0xffff;
-  const uint32_t pairs = (fields & kPairMask) | ((fields >> kByteBits) & kPairMask) << width;
-  return (pairs & kHalfMask) | uint64_t{pairs >> kHalfBits} << (2 * width);
+// Escaped groups of exactly reproduced samples: the raw samples, `codedBits`
+// bits each.
+void PackEscapedSamples(const WriteLane& lane, LanePack* pack) {
+  for (uint32_t g = 0; g < kGroupsPerBlock; ++g) {
+    if (pack->code[g] != lane.coding.escape) continue;
+    uint64_t packed = 0;
+    for (uint32_t i = 0; i < kGroupSize; ++i) {
+      packed |= uint64_t{static_cast<uint16_t>(lane.rawSamples[kGroupSize * g + i])}
+                << (i * lane.coding.codedBits);
+    }
+    pack->fields[g] = packed;
+  }
 }
 
-// The written code and field width of group g of a lane.
-struct GroupCode {
-  uint32_t code;
-  uint32_t fieldBits;
-  bool raw;
-};
-
-GroupCode CodeOf(const WriteLane& lane, uint32_t g) {
-  const uint32_t width = lane.residues->width[g];
-  if (width < lane.escape) return GroupCode{width, width, false};
-  if (lane.wideCode != 0) return GroupCode{lane.wideCode, lane.codedBits, false};
-  return GroupCode{lane.escape, lane.codedBits, true};
-}
-
-uint64_t GroupFields(const WriteLane& lane, uint32_t g, const GroupCode& code) {
-  uint32_t word = 0;
-  if (!code.raw) {
-    std::memcpy(&word, lane.residues->zig + kGroupSize * g, sizeof word);
-    return PackByteFields(word, code.fieldBits);
+// Appends with or without the bound check of every store.
+template <bool kInBounds>
+inline void Append(TileBitWriter* writer, uint64_t value, uint32_t count) {
+  if constexpr (kInBounds) {
+    WriteBitsInBounds(writer, value, count);
+  } else {
+    WriteBits(writer, value, count);
   }
-  if (lane.rawRows != nullptr) {  // 8-bit samples: the four bytes as they are
-    const uint8_t* at = lane.rawRows + (g / kGroupsPerRow) * lane.rawPitch +
-                        kGroupSize * (g % kGroupsPerRow);
-    std::memcpy(&word, at, sizeof word);
-    return word;
-  }
-  uint64_t packed = 0;
-  for (uint32_t i = 0; i < kGroupSize; ++i) {
-    packed |= uint64_t{static_cast<uint16_t>(lane.rawSamples[kGroupSize * g + i])}
-              << (i * code.fieldBits);
-  }
-  return packed;
 }
 
 // Flags, base values, the codes of group g of every lane, then their fields
-// in the same interleaving.
-void WritePlan(const TileShape& s, const StreamPlan& plan, uint8_t* output, size_t capacity) {
+// in the same interleaving. `kLanes` is the lane count when it is known at
+// compile time (0 otherwise).
+template <bool kInBounds, uint32_t kLanes>
+void WriteStream(const TileShape& s, const StreamPlan& plan, const LanePack* packs,
+                 uint8_t* output, size_t capacity) {
+  const uint32_t lanes = kLanes != 0 ? kLanes : plan.laneCount;
   TileBitWriter writer = MakeTileBitWriter(output, capacity);
-  if (s.colourFlag) WriteBits(&writer, plan.colourFlag, kHeaderFlagBits);
-  if (s.alphaFlag) WriteBits(&writer, plan.alphaFlag, kHeaderFlagBits);
-  for (uint32_t i = 0; i < plan.baseCount; ++i) WriteBits(&writer, plan.base[i], plan.baseBits[i]);
-  GroupCode codes[kGroupsPerBlock][kMaxLanes];
-  for (uint32_t g = 0; g < kGroupsPerBlock; ++g) {
-    uint64_t word = 0;
-    for (uint32_t l = 0; l < plan.laneCount; ++l) {
-      codes[g][l] = CodeOf(plan.lanes[l], g);
-      word |= uint64_t{codes[g][l].code} << (kCodeBits * l);
-    }
-    WriteBits(&writer, word, kCodeBits * plan.laneCount);
+  if (s.colourFlag) Append<kInBounds>(&writer, plan.colourFlag, kHeaderFlagBits);
+  if (s.alphaFlag) Append<kInBounds>(&writer, plan.alphaFlag, kHeaderFlagBits);
+  for (uint32_t i = 0; i < plan.baseCount; ++i) {
+    Append<kInBounds>(&writer, plan.base[i], plan.baseBits[i]);
   }
+  // The codes of as many whole groups as fit one field at a time.
+  const uint32_t groupCodeBits = kCodeBits * lanes;
+  uint64_t word = 0;
+  uint32_t used = 0;
   for (uint32_t g = 0; g < kGroupsPerBlock; ++g) {
-    for (uint32_t l = 0; l < plan.laneCount; ++l) {
-      const GroupCode& code = codes[g][l];
-      WriteBits(&writer, GroupFields(plan.lanes[l], g, code), kGroupSize * code.fieldBits);
+    if (used + groupCodeBits > kWidestField) {
+      Append<kInBounds>(&writer, word, used);
+      word = 0;
+      used = 0;
     }
+    for (uint32_t l = 0; l < lanes; ++l, used += kCodeBits) {
+      word |= uint64_t{packs[l].code[g]} << used;
+    }
+  }
+  Append<kInBounds>(&writer, word, used);
+  for (uint32_t g = 0; g < kGroupsPerBlock; ++g) {
+    for (uint32_t l = 0; l < lanes; ++l) {
+      Append<kInBounds>(&writer, packs[l].fields[g], packs[l].fieldBits[g]);
+    }
+  }
+}
+
+void WritePlan(const TileShape& s, const LaneKernels& k, const StreamPlan& plan, uint8_t* output,
+               size_t capacity) {
+  LanePack packs[kMaxLanes];
+  for (uint32_t l = 0; l < plan.laneCount; ++l) {
+    const WriteLane& lane = plan.lanes[l];
+    k.packLane(*lane.residues, lane.coding, &packs[l]);
+    if (lane.rawSamples != nullptr) PackEscapedSamples(lane, &packs[l]);
+  }
+  // Every store lands at or before the last byte of the stream.
+  if (plan.bits / kByteBits + sizeof(uint64_t) > capacity) {
+    WriteStream<false, 0>(s, plan, packs, output, capacity);
+  } else if (plan.laneCount == kMaxComponents) {  // NV12 planes, RGBA8888
+    WriteStream<true, kMaxComponents>(s, plan, packs, output, capacity);
+  } else if (plan.laneCount == kColourComponents) {  // RGB565, RGBA8888 with constant alpha
+    WriteStream<true, kColourComponents>(s, plan, packs, output, capacity);
+  } else {
+    WriteStream<true, 0>(s, plan, packs, output, capacity);
   }
 }
 
@@ -302,7 +314,7 @@ uint64_t EncodeTileStream(const TileShape& shape, const LaneKernels& kernels,
   const uint64_t unitBytes = (units << shape.unitShift) / kByteBits;
   if ((units << shape.unitShift) >= shape.rawTileBits || unitBytes > capacity) return 0;
   std::memset(output, 0, unitBytes);
-  WritePlan(shape, plan, output, capacity);
+  WritePlan(shape, kernels, plan, output, capacity);
   return units;
 }
 
