@@ -24,14 +24,6 @@ constexpr KindLayout kLayouts[] = {{4, 16, 4}, {1, 32, 8}, {2, 16, 8}, {2, 16, 4
 
 const KindLayout& LayoutOf(TileKind kind) { return kLayouts[static_cast<int>(kind)]; }
 
-// Metadata bytes 4n + 15 .. 4n + 18 give n units; a tile is raw at 4 units
-// (2 for an RGB565 half tile, which also reads 31 as 2 units).
-constexpr uint32_t kMetadataBias = 15;
-constexpr uint32_t kMetadataUnitShift = 2;
-constexpr uint32_t kRawUnits = 4;
-constexpr uint32_t kRgb565RawUnits = 2;
-constexpr uint32_t kRgb565FullTileMetadata = 31;
-
 // The parameter sets configuration gives the four planes.
 struct ConfiguredPlanes {
   std::array<PlaneCodecParams, 4> planes;
@@ -292,14 +284,6 @@ uint64_t TileRowBytes(TileKind kind) {
 }
 
 uint64_t TileRows(TileKind kind) { return LayoutOf(kind).rows; }
-
-bool IsRawTile(TileKind kind, uint32_t metadataByte) {
-  if (kind == TileKind::kRgb565 && metadataByte == kRgb565FullTileMetadata) return true;
-  const uint32_t rawUnits = kind == TileKind::kRgb565 ? kRgb565RawUnits : kRawUnits;
-  // Bytes below the bias give negative unit counts, never a raw size.
-  return metadataByte >= kMetadataBias &&
-         (metadataByte - kMetadataBias) >> kMetadataUnitShift == rawUnits;
-}
 
 void ExpandRawTile(TileKind kind, const uint8_t* stored, uint8_t* out, uint64_t pitch) {
   switch (kind) {
