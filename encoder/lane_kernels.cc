@@ -37,6 +37,12 @@ void PlainByteLane(const uint8_t* rows, size_t pitch, LaneResidues* out) {
   StoreWidths(groupOr, out);
 }
 
+void PlainByteLanePair(const uint8_t* first, const uint8_t* second, size_t pitch,
+                       LaneResidues* firstOut, LaneResidues* secondOut) {
+  PlainByteLane(first, pitch, firstOut);
+  PlainByteLane(second, pitch, secondOut);
+}
+
 void PlainExactLane(const int16_t* samples, LaneResidues* out) {
   const int32_t base = samples[0];
   int32_t above[kBlockWidth] = {};
@@ -109,7 +115,8 @@ uint32_t PlainLaneBits(const LaneResidues& lane, uint32_t escape, uint32_t coded
   return kGroupsPerBlock * kCodeBits + kGroupSize * fieldBits;
 }
 
-void PlainPackLane(const LaneResidues& lane, const LaneCoding& coding, LanePack* out) {
+uint32_t PlainPackLane(const LaneResidues& lane, const LaneCoding& coding, LanePack* out) {
+  uint32_t escaped = 0;
   for (uint32_t g = 0; g < kGroupsPerBlock; ++g) {
     const uint32_t width = lane.width[g];
     const bool narrow = width < coding.escape;
@@ -121,11 +128,29 @@ void PlainPackLane(const LaneResidues& lane, const LaneCoding& coding, LanePack*
     if (narrow || coding.wideCode != 0) {
       std::memcpy(&word, lane.zig + kGroupSize * g, sizeof word);
       word = PackByteFields(word, fieldBits);
-    } else if (coding.rawRows != nullptr) {  // 8-bit samples as they are
-      std::memcpy(&word, coding.rawRows + (g / kGroupsPerRow) * coding.rawPitch +
-                             kGroupSize * (g % kGroupsPerRow), sizeof word);
+    } else {
+      escaped |= 1u << g;
+      if (coding.rawRows != nullptr) {  // 8-bit samples as they are
+        std::memcpy(&word, coding.rawRows + (g / kGroupsPerRow) * coding.rawPitch +
+                               kGroupSize * (g % kGroupsPerRow), sizeof word);
+      }
     }
     out->fields[g] = word;
+  }
+  return escaped;
+}
+
+void PlainPackCodes(const LanePack* packs, uint32_t lanes, uint64_t* words) {
+  constexpr uint32_t kGroupsPerWord = 4;
+  for (uint32_t q = 0; q < kGroupsPerBlock / kGroupsPerWord; ++q) {
+    uint64_t word = 0;
+    uint32_t used = 0;
+    for (uint32_t g = kGroupsPerWord * q; g < kGroupsPerWord * (q + 1); ++g) {
+      for (uint32_t l = 0; l < lanes; ++l, used += kCodeBits) {
+        word |= uint64_t{packs[l].code[g]} << used;
+      }
+    }
+    words[q] = word;
   }
 }
 
@@ -154,8 +179,8 @@ void PlainSplitRgb565(const uint8_t* rows, size_t pitch, uint8_t* planes) {
 }
 
 constexpr LaneKernels kPlain = {
-    "plain",          PlainByteLane, PlainExactLane,  PlainRgb565Lanes, PlainColourTransform,
-    PlainLaneBits,    PlainPackLane,   PlainSplitQuads,  PlainSplitRgb565,
+    "plain",          PlainByteLane, PlainByteLanePair, PlainExactLane,  PlainRgb565Lanes, PlainColourTransform,
+    PlainLaneBits,    PlainPackLane,   PlainPackCodes,   PlainSplitQuads, PlainSplitRgb565,
 };
 
 }  // namespace

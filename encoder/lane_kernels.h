@@ -64,6 +64,9 @@ struct LaneKernels {
   // A byte-packed component, 16 x 4 samples at `rows` (`pitch` bytes apart):
   // residuals modulo 256, taken as the representative in [-128, 127].
   void (*byteLane)(const uint8_t* rows, size_t pitch, LaneResidues* out);
+  // The same for two lanes at once.
+  void (*byteLanePair)(const uint8_t* first, const uint8_t* second, size_t pitch,
+                       LaneResidues* firstOut, LaneResidues* secondOut);
   // A component reproduced exactly: 64 samples in raster order.
   void (*exactLane)(const int16_t* samples, LaneResidues* out);
   // RGB565 without the colour transform (see lane_math.h): the three
@@ -77,8 +80,13 @@ struct LaneKernels {
   // Bits of a lane's codes and fields when groups narrower than `escape`
   // take their width and the others `codedBits`.
   uint32_t (*laneBits)(const LaneResidues& lane, uint32_t escape, uint32_t codedBits);
-  // Codes and packed fields of a lane.
-  void (*packLane)(const LaneResidues& lane, const LaneCoding& coding, LanePack* out);
+  // Codes and packed fields of a lane. Returns the escaped groups, bit g
+  // for group g.
+  uint32_t (*packLane)(const LaneResidues& lane, const LaneCoding& coding, LanePack* out);
+  // The codes of three or four lanes (`lanes`) in stream order: word q holds
+  // groups 4q to 4q + 3, each group's codes lane by lane, 3 x lanes bits a
+  // group.
+  void (*packCodes)(const LanePack* packs, uint32_t lanes, uint64_t* words);
   // Splits 16 x 4 four-byte pixels (`pitch` bytes to a row) into four 64-byte
   // component planes.
   void (*splitQuads)(const uint8_t* rows, size_t pitch, uint8_t* planes);

@@ -10,6 +10,8 @@
 #if defined(__x86_64__) && defined(__GNUC__) && !defined(__clang__)
 #include <emmintrin.h>
 #pragma GCC target("avx2")
+#include <immintrin.h>
+
 #include "encoder/lane_kernels_x86.h"
 #endif
 
@@ -20,7 +22,75 @@ const LaneKernels* Avx2LaneKernels();
 #if defined(__x86_64__) && defined(__GNUC__) && !defined(__clang__)
 
 namespace {
-constexpr LaneKernels kAvx2 = MakeX86LaneKernels("avx2");
+
+// Two blocks side by side in one register: each 128-bit half is one lane of
+// the SSE2 routine, and the byte shifts of AVX2 stay within their half.
+void Avx2ByteLanePair(const uint8_t* first, const uint8_t* second, size_t pitch,
+                      LaneResidues* firstOut, LaneResidues* secondOut) {
+  const __m256i base = _mm256_set_m128i(_mm_cvtsi32_si128(second[0]), _mm_cvtsi32_si128(first[0]));
+  const __m256i zero = _mm256_setzero_si256();
+  const __m256i lowByte = _mm256_set1_epi32(0xff);
+  const __m256i one = _mm256_set1_epi32(1);
+  const __m256i bias = _mm256_set1_epi32(kFloatExponentBias);
+  __m256i above = zero;
+  __m256i widths[kBlockHeight];
+  for (uint32_t y = 0; y < kBlockHeight; ++y) {
+    const __m256i s = _mm256_loadu2_m128i(reinterpret_cast<const __m128i*>(second + y * pitch),
+                                          reinterpret_cast<const __m128i*>(first + y * pitch));
+    const __m256i h = _mm256_sub_epi8(s, _mm256_or_si256(_mm256_slli_si256(s, 1), base));
+    const __m256i d = _mm256_sub_epi8(h, above);
+    above = h;
+    const __m256i z = _mm256_xor_si256(_mm256_add_epi8(d, d), _mm256_cmpgt_epi8(zero, d));
+    _mm256_storeu2_m128i(reinterpret_cast<__m128i*>(secondOut->zig + y * kBlockWidth),
+                         reinterpret_cast<__m128i*>(firstOut->zig + y * kBlockWidth), z);
+    __m256i o = _mm256_or_si256(z, _mm256_srli_epi32(z, 16));
+    o = _mm256_and_si256(_mm256_or_si256(o, _mm256_srli_epi32(o, 8)), lowByte);
+    const __m256i odd = _mm256_add_epi32(_mm256_add_epi32(o, o), one);
+    const __m256i bits = _mm256_castps_si256(_mm256_cvtepi32_ps(odd));
+    widths[y] = _mm256_sub_epi32(_mm256_srli_epi32(bits, kFloatMantissaBits), bias);
+  }
+  const __m256i packed = _mm256_packus_epi16(_mm256_packs_epi32(widths[0], widths[1]),
+                                             _mm256_packs_epi32(widths[2], widths[3]));
+  _mm256_storeu2_m128i(reinterpret_cast<__m128i*>(secondOut->width),
+                       reinterpret_cast<__m128i*>(firstOut->width), packed);
+}
+
+// A whole row of 16-bit samples in one register.
+void Avx2ExactLane(const int16_t* samples, LaneResidues* out) {
+  constexpr int kLowQuadwords = 0x08;  // quadwords 0 and 2: each half's first
+  const __m256i base =
+      _mm256_set_m128i(_mm_setzero_si128(), _mm_cvtsi32_si128(static_cast<uint16_t>(samples[0])));
+  __m256i above = _mm256_setzero_si256();
+  __m128i widths[kBlockHeight];
+  for (uint32_t y = 0; y < kBlockHeight; ++y) {
+    const __m256i s = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(samples + y * kBlockWidth));
+    // Left neighbours: the row moved up one sample across the two halves.
+    const __m256i lowIntoHigh = _mm256_permute2x128_si256(s, s, kLowQuadwords);
+    const __m256i left = _mm256_or_si256(_mm256_alignr_epi8(s, lowIntoHigh, 14), base);
+    const __m256i h = _mm256_sub_epi16(s, left);
+    const __m256i d = _mm256_sub_epi16(h, above);
+    above = h;
+    const __m256i z = _mm256_xor_si256(_mm256_add_epi16(d, d), _mm256_srai_epi16(d, 15));
+    const __m256i bytes = _mm256_permute4x64_epi64(_mm256_packus_epi16(z, z), kLowQuadwords);
+    _mm_store_si128(reinterpret_cast<__m128i*>(out->zig + y * kBlockWidth),
+                    _mm256_castsi256_si128(bytes));
+    __m256i o = _mm256_or_si256(z, _mm256_srli_epi64(z, 32));
+    o = _mm256_or_si256(o, _mm256_srli_epi64(o, 16));
+    const __m256i firsts = _mm256_permute4x64_epi64(
+        _mm256_shuffle_epi32(o, _MM_SHUFFLE(3, 1, 2, 0)), kLowQuadwords);
+    widths[y] = BitWidths32(_mm_and_si128(_mm256_castsi256_si128(firsts), _mm_set1_epi32(0xffff)));
+  }
+  StoreWidths(widths, out);
+}
+
+constexpr LaneKernels WithWideRoutines(LaneKernels k) {
+  k.byteLanePair = Avx2ByteLanePair;
+  k.exactLane = Avx2ExactLane;
+  return k;
+}
+
+constexpr LaneKernels kAvx2 = WithWideRoutines(MakeX86LaneKernels("avx2"));
+
 }  // namespace
 
 const LaneKernels* Avx2LaneKernels() {

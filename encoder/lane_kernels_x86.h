@@ -95,6 +95,12 @@ void X86ByteLane(const uint8_t* rows, size_t pitch, LaneResidues* out) {
   StoreWidths(widths, out);
 }
 
+void X86ByteLanePair(const uint8_t* first, const uint8_t* second, size_t pitch,
+                     LaneResidues* firstOut, LaneResidues* secondOut) {
+  X86ByteLane(first, pitch, firstOut);
+  X86ByteLane(second, pitch, secondOut);
+}
+
 // Residual fields of one row of 16-bit residuals: stored saturated to bytes,
 // group widths returned.
 inline __m128i StoreWordFields(Row16 d, uint8_t* zig) {
@@ -252,7 +258,7 @@ inline __m128i PackGroups(__m128i fields, __m128i widths) {
   return _mm_madd_epi16(pairs, halfScale);
 }
 
-void X86PackLane(const LaneResidues& lane, const LaneCoding& coding, LanePack* out) {
+uint32_t X86PackLane(const LaneResidues& lane, const LaneCoding& coding, LanePack* out) {
   const __m128i zero = _mm_setzero_si128();
   const __m128i width = _mm_load_si128(reinterpret_cast<const __m128i*>(lane.width));
   const __m128i narrow = _mm_cmplt_epi8(width, _mm_set1_epi8(static_cast<char>(coding.escape)));
@@ -276,6 +282,37 @@ void X86PackLane(const LaneResidues& lane, const LaneCoding& coding, LanePack* o
     __m128i* at = reinterpret_cast<__m128i*>(out->fields + y * kGroupsPerRow);
     _mm_store_si128(at, _mm_unpacklo_epi32(packed, zero));
     _mm_store_si128(at + 1, _mm_unpackhi_epi32(packed, zero));
+  }
+  return static_cast<uint32_t>(_mm_movemask_epi8(escaped));
+}
+
+void X86PackCodes(const LanePack* packs, uint32_t lanes, uint64_t* words) {
+  const __m128i zero = _mm_setzero_si128();
+  auto codes = [&](uint32_t l) {
+    return l < lanes ? _mm_load_si128(reinterpret_cast<const __m128i*>(packs[l].code)) : zero;
+  };
+  // Each group's four codes as the bytes of a 32-bit value, then packed to
+  // 3-bit fields like four 3-bit residuals.
+  const __m128i c0 = codes(0);
+  const __m128i c1 = codes(1);
+  const __m128i c2 = codes(2);
+  const __m128i c3 = codes(3);
+  const __m128i lo01 = _mm_unpacklo_epi8(c0, c1);
+  const __m128i hi01 = _mm_unpackhi_epi8(c0, c1);
+  const __m128i lo23 = _mm_unpacklo_epi8(c2, c3);
+  const __m128i hi23 = _mm_unpackhi_epi8(c2, c3);
+  const __m128i quads[4] = {_mm_unpacklo_epi16(lo01, lo23), _mm_unpackhi_epi16(lo01, lo23),
+                            _mm_unpacklo_epi16(hi01, hi23), _mm_unpackhi_epi16(hi01, hi23)};
+  const uint32_t groupBits = kCodeBits * lanes;
+  const __m128i low32 = _mm_set1_epi64x(0xffffffff);
+  const __m128i raise = _mm_cvtsi32_si128(static_cast<int>(32 - groupBits));
+  for (uint32_t q = 0; q < 4; ++q) {
+    const __m128i groups = PackGroups(quads[q], _mm_set1_epi32(kCodeBits));
+    // Two groups to each 64-bit half: the odd one moved down to bit groupBits.
+    const __m128i pairs = _mm_or_si128(_mm_and_si128(groups, low32), _mm_srl_epi64(groups, raise));
+    alignas(16) uint64_t halves[2];
+    _mm_store_si128(reinterpret_cast<__m128i*>(halves), pairs);
+    words[q] = halves[0] | halves[1] << (2 * groupBits);
   }
 }
 
@@ -326,8 +363,9 @@ void X86SplitRgb565(const uint8_t* rows, size_t pitch, uint8_t* planes) {
 }
 
 constexpr LaneKernels MakeX86LaneKernels(const char* name) {
-  return LaneKernels{name,          X86ByteLane,   X86ExactLane,    X86Rgb565Lanes, X86ColourTransform,
-                     X86LaneBits,   X86PackLane,   X86SplitQuads,   X86SplitRgb565};
+  return LaneKernels{name,          X86ByteLane,   X86ByteLanePair, X86ExactLane,    X86Rgb565Lanes, X86ColourTransform,
+                     X86LaneBits,   X86PackLane,   X86PackCodes,    X86SplitQuads,
+                     X86SplitRgb565};
 }
 
 }  // namespace

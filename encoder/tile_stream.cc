@@ -51,6 +51,7 @@ static_assert(std::endian::native == std::endian::little,
 
 constexpr uint32_t kColourComponents = 3;
 constexpr uint32_t kMaxLanes = kMaxBlocks * kMaxComponents;
+constexpr uint32_t kCodeGroupsPerWord = 4;
 // Escape value no group width reaches: every group keeps its width.
 constexpr uint32_t kNoEscape = kByteBits;
 // RGB565 without the transform: codes 5, 6, 5 would mean raw samples, so
@@ -88,11 +89,18 @@ const uint8_t* BlockRows(const TileShape& s, const TileComponents& t, uint32_t b
 
 bool LastComponentConstant(const TileShape& s, const TileComponents& t) {
   if (!s.alphaFlag || s.components != kMaxComponents) return false;
+  // Eight samples at a time against the first one repeated.
+  constexpr uint64_t kEveryByte = 0x0101010101010101;
+  constexpr uint32_t kWordSamples = sizeof(uint64_t);
   const uint8_t* plane = t.plane[kAlphaComponent];
-  const uint8_t value = plane[0];
-  uint32_t differing = 0;
+  const uint64_t repeated = plane[0] * kEveryByte;
+  uint64_t differing = 0;
   for (uint32_t y = 0; y < s.tileHeight; ++y) {
-    for (uint32_t x = 0; x < s.tileWidth; ++x) differing |= plane[y * t.pitch + x] ^ value;
+    for (uint32_t x = 0; x < s.tileWidth; x += kWordSamples) {
+      uint64_t word = 0;
+      std::memcpy(&word, plane + y * t.pitch + x, sizeof word);
+      differing |= word ^ repeated;
+    }
   }
   return differing == 0;
 }
@@ -123,12 +131,23 @@ void PlanBytePlane(const TileShape& s, const LaneKernels& k, const TileComponent
   for (uint32_t b = 0; b < s.blocks; ++b) {
     for (uint32_t c = 0; c < s.components; ++c) plainBits += s.sampleBits[c];
   }
+  // Residues of every coded lane, two lanes to a call.
+  const uint8_t* rows[kMaxLanes];
+  LaneResidues* lanes[kMaxLanes];
+  uint32_t count = 0;
+  for (uint32_t b = 0; b < s.blocks; ++b) {
+    for (uint32_t c = 0; c < coded; ++c, ++count) {
+      rows[count] = BlockRows(s, t, b, c);
+      lanes[count] = &scratch->byteLanes[b][c];
+    }
+  }
+  uint32_t i = 0;
+  for (; i + 1 < count; i += 2) k.byteLanePair(rows[i], rows[i + 1], t.pitch, lanes[i], lanes[i + 1]);
+  if (i < count) k.byteLane(rows[i], t.pitch, lanes[i]);
   uint64_t sharedBits = 0;  // lanes both flag settings code the same way
   for (uint32_t b = 0; b < s.blocks; ++b) {
     for (uint32_t c = 0; c < coded; ++c) {
-      LaneResidues* lane = &scratch->byteLanes[b][c];
-      k.byteLane(BlockRows(s, t, b, c), t.pitch, lane);
-      const uint32_t bits = k.laneBits(*lane, s.escape[c], s.sampleBits[c]);
+      const uint32_t bits = k.laneBits(scratch->byteLanes[b][c], s.escape[c], s.sampleBits[c]);
       plainBits += bits;
       if (c >= kColourComponents) sharedBits += bits;
     }
@@ -217,9 +236,9 @@ void PlanRgb565(const TileShape& s, const LaneKernels& k, const TileComponents& 
 
 // Escaped groups of exactly reproduced samples: the raw samples, `codedBits`
 // bits each.
-void PackEscapedSamples(const WriteLane& lane, LanePack* pack) {
-  for (uint32_t g = 0; g < kGroupsPerBlock; ++g) {
-    if (pack->code[g] != lane.coding.escape) continue;
+void PackEscapedSamples(const WriteLane& lane, uint32_t escaped, LanePack* pack) {
+  for (; escaped != 0; escaped &= escaped - 1) {
+    const uint32_t g = static_cast<uint32_t>(std::countr_zero(escaped));
     uint64_t packed = 0;
     for (uint32_t i = 0; i < kGroupSize; ++i) {
       packed |= uint64_t{static_cast<uint16_t>(lane.rawSamples[kGroupSize * g + i])}
@@ -243,8 +262,8 @@ inline void Append(TileBitWriter* writer, uint64_t value, uint32_t count) {
 // in the same interleaving. `kLanes` is the lane count when it is known at
 // compile time (0 otherwise).
 template <bool kInBounds, uint32_t kLanes>
-void WriteStream(const TileShape& s, const StreamPlan& plan, const LanePack* packs,
-                 uint8_t* output, size_t capacity) {
+void WriteStream(const TileShape& s, const LaneKernels& k, const StreamPlan& plan,
+                 const LanePack* packs, uint8_t* output, size_t capacity) {
   const uint32_t lanes = kLanes != 0 ? kLanes : plan.laneCount;
   TileBitWriter writer = MakeTileBitWriter(output, capacity);
   if (s.colourFlag) Append<kInBounds>(&writer, plan.colourFlag, kHeaderFlagBits);
@@ -252,25 +271,56 @@ void WriteStream(const TileShape& s, const StreamPlan& plan, const LanePack* pac
   for (uint32_t i = 0; i < plan.baseCount; ++i) {
     Append<kInBounds>(&writer, plan.base[i], plan.baseBits[i]);
   }
-  // The codes of as many whole groups as fit one field at a time.
   const uint32_t groupCodeBits = kCodeBits * lanes;
-  uint64_t word = 0;
-  uint32_t used = 0;
-  for (uint32_t g = 0; g < kGroupsPerBlock; ++g) {
-    if (used + groupCodeBits > kWidestField) {
-      Append<kInBounds>(&writer, word, used);
-      word = 0;
-      used = 0;
+  if (kLanes != 0) {
+    // Three or four lanes: the codes of four groups at a time.
+    uint64_t words[kGroupsPerBlock / kCodeGroupsPerWord];
+    k.packCodes(packs, kLanes, words);
+    for (uint64_t word : words) Append<kInBounds>(&writer, word, kCodeGroupsPerWord * groupCodeBits);
+  } else {
+    // The codes of as many whole groups as fit one field at a time.
+    uint64_t word = 0;
+    uint32_t used = 0;
+    for (uint32_t g = 0; g < kGroupsPerBlock; ++g) {
+      if (used + groupCodeBits > kWidestField) {
+        Append<kInBounds>(&writer, word, used);
+        word = 0;
+        used = 0;
+      }
+      for (uint32_t l = 0; l < lanes; ++l, used += kCodeBits) {
+        word |= uint64_t{packs[l].code[g]} << used;
+      }
     }
-    for (uint32_t l = 0; l < lanes; ++l, used += kCodeBits) {
-      word |= uint64_t{packs[l].code[g]} << used;
-    }
+    Append<kInBounds>(&writer, word, used);
   }
-  Append<kInBounds>(&writer, word, used);
+  // Fields: all lanes of a group in one append when they fit one, else two
+  // lanes to an append whenever both fit.
   for (uint32_t g = 0; g < kGroupsPerBlock; ++g) {
-    for (uint32_t l = 0; l < lanes; ++l) {
-      Append<kInBounds>(&writer, packs[l].fields[g], packs[l].fieldBits[g]);
+    if constexpr (kLanes != 0) {
+      uint32_t bits = 0;
+      for (uint32_t l = 0; l < kLanes; ++l) bits += packs[l].fieldBits[g];
+      if (bits <= kWidestField) {
+        uint64_t fields = 0;
+        for (uint32_t l = 0, at = 0; l < kLanes; at += packs[l].fieldBits[g], ++l) {
+          fields |= packs[l].fields[g] << at;
+        }
+        Append<kInBounds>(&writer, fields, bits);
+        continue;
+      }
     }
+    uint32_t l = 0;
+    for (; l + 1 < lanes; l += 2) {
+      const uint32_t firstBits = packs[l].fieldBits[g];
+      const uint32_t bothBits = firstBits + packs[l + 1].fieldBits[g];
+      if (bothBits <= kWidestField) {
+        Append<kInBounds>(&writer, packs[l].fields[g] | packs[l + 1].fields[g] << firstBits,
+                          bothBits);
+      } else {
+        Append<kInBounds>(&writer, packs[l].fields[g], firstBits);
+        Append<kInBounds>(&writer, packs[l + 1].fields[g], packs[l + 1].fieldBits[g]);
+      }
+    }
+    if (l < lanes) Append<kInBounds>(&writer, packs[l].fields[g], packs[l].fieldBits[g]);
   }
 }
 
@@ -279,18 +329,18 @@ void WritePlan(const TileShape& s, const LaneKernels& k, const StreamPlan& plan,
   LanePack packs[kMaxLanes];
   for (uint32_t l = 0; l < plan.laneCount; ++l) {
     const WriteLane& lane = plan.lanes[l];
-    k.packLane(*lane.residues, lane.coding, &packs[l]);
-    if (lane.rawSamples != nullptr) PackEscapedSamples(lane, &packs[l]);
+    const uint32_t escaped = k.packLane(*lane.residues, lane.coding, &packs[l]);
+    if (lane.rawSamples != nullptr) PackEscapedSamples(lane, escaped, &packs[l]);
   }
   // Every store lands at or before the last byte of the stream.
   if (plan.bits / kByteBits + sizeof(uint64_t) > capacity) {
-    WriteStream<false, 0>(s, plan, packs, output, capacity);
+    WriteStream<false, 0>(s, k, plan, packs, output, capacity);
   } else if (plan.laneCount == kMaxComponents) {  // NV12 planes, RGBA8888
-    WriteStream<true, kMaxComponents>(s, plan, packs, output, capacity);
+    WriteStream<true, kMaxComponents>(s, k, plan, packs, output, capacity);
   } else if (plan.laneCount == kColourComponents) {  // RGB565, RGBA8888 with constant alpha
-    WriteStream<true, kColourComponents>(s, plan, packs, output, capacity);
+    WriteStream<true, kColourComponents>(s, k, plan, packs, output, capacity);
   } else {
-    WriteStream<true, 0>(s, plan, packs, output, capacity);
+    WriteStream<true, 0>(s, k, plan, packs, output, capacity);
   }
 }
 
