@@ -41,10 +41,9 @@ struct GroupVectors {
   alignas(32) uint64_t raw[kGroups][kMaxSeries];
 };
 
-// Per series and code: the residual width, and the lane mask of a raw group.
+// Per series and code: the residual width.
 struct CodeTables {
   uint8_t width[kMaxSeries][kCodeMask + 1];
-  uint64_t raw[kMaxSeries][kCodeMask + 1];
 };
 
 constexpr CodeTables MakeCodeTables(TileKind kind, bool colour) {
@@ -52,10 +51,8 @@ constexpr CodeTables MakeCodeTables(TileKind kind, bool colour) {
   CodeTables t{};
   for (uint32_t s = 0; s < kMaxSeries; ++s) {
     const uint32_t coded = shape.sampleBits[s] + (colour && shape.difference[s] ? 1 : 0);
-    for (uint32_t code = 0; code <= kCodeMask; ++code) {
+    for (uint32_t code = 0; code <= kCodeMask; ++code)
       t.width[s][code] = static_cast<uint8_t>(code < shape.escape[s] ? code : coded);
-      t.raw[s][code] = code == shape.escape[s] ? ~uint64_t{0} : 0;
-    }
   }
   return t;
 }
@@ -68,25 +65,34 @@ constexpr CodeTables kCodeTables[4][2] = {
     {MakeCodeTables(TileKind::kRgb565, false), MakeCodeTables(TileKind::kRgb565, true)},
 };
 
+// A code no 3-bit field holds: the escape code of a series the tile does not code.
+constexpr int64_t kNoEscape = kCodeMask + 1;
+
 // The codes of every group (S series of kCodeBits each, from `codes` on) and
-// the residuals after them, read group by group.
+// the residuals after them, read group by group. A group's raw masks come
+// from its code word in one vector: series s's code compared with its
+// escape code in quarter s.
 template <uint32_t S>
-PELCAST_AVX2 inline void ReadGroups(const uint8_t* padded, uint64_t codes,
+PELCAST_AVX2 inline void ReadGroups(const uint8_t* padded, uint64_t codes, const KindShape& shape,
                                     const CodeTables& tables, GroupVectors* v) {
+  const __m256i shifts = _mm256_setr_epi64x(0, kCodeBits, 2 * kCodeBits, 3 * kCodeBits);
+  const __m256i codeMask = _mm256_set1_epi64x(kCodeMask);
+  int64_t escape[kMaxSeries];
+  for (uint32_t s = 0; s < kMaxSeries; ++s) escape[s] = s < S ? shape.escape[s] : kNoEscape;
+  const __m256i escapes = _mm256_setr_epi64x(escape[0], escape[1], escape[2], escape[3]);
   uint64_t position = codes + kCodeBits * S * kGroups;
   for (uint32_t g = 0; g < kGroups; ++g) {
     const uint64_t word = PeekStream(padded, codes + kCodeBits * S * g);
+    const __m256i code = _mm256_and_si256(
+        _mm256_srlv_epi64(_mm256_set1_epi64x(static_cast<int64_t>(word)), shifts), codeMask);
+    _mm256_store_si256(reinterpret_cast<__m256i*>(v->raw[g]), _mm256_cmpeq_epi64(code, escapes));
 #pragma GCC unroll 4
     for (uint32_t s = 0; s < S; ++s) {
-      const uint32_t code = (word >> (kCodeBits * s)) & kCodeMask;
-      const uint32_t width = tables.width[s][code];
-      v->raw[g][s] = tables.raw[s][code];
+      const uint32_t width = tables.width[s][(word >> (kCodeBits * s)) & kCodeMask];
       v->residuals[g][s] = _pdep_u64(PeekStream(padded, position), kLaneMasks[width]);
       position += kGroupSamples * width;
     }
-  }
-  for (uint32_t s = S; s < kMaxSeries; ++s) {
-    for (uint32_t g = 0; g < kGroups; ++g) v->residuals[g][s] = v->raw[g][s] = 0;
+    for (uint32_t s = S; s < kMaxSeries; ++s) v->residuals[g][s] = 0;
   }
 }
 
@@ -233,10 +239,11 @@ PELCAST_AVX2 void DecodeKind(const uint8_t* padded, uint8_t* out, uint64_t pitch
   const uint64_t codes = ReadHeader<K>(padded, &f);
   const CodeTables& tables = kCodeTables[static_cast<int>(K)][f.colourFlag];
   GroupVectors v;
+  constexpr KindShape shape = kShapes[static_cast<int>(K)];
   if (f.series == kMaxSeries) {
-    ReadGroups<kMaxSeries>(padded, codes, tables, &v);
+    ReadGroups<kMaxSeries>(padded, codes, shape, tables, &v);
   } else {
-    ReadGroups<kMaxSeries - 1>(padded, codes, tables, &v);
+    ReadGroups<kMaxSeries - 1>(padded, codes, shape, tables, &v);
   }
   __m256i above[kGroupsPerRow];
   const __m256i base = _mm256_setr_epi64x(
