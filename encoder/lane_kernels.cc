@@ -154,6 +154,21 @@ void PlainPackCodes(const LanePack* packs, uint32_t lanes, uint64_t* words) {
   }
 }
 
+void PlainJoinGroupFields(const LanePack* packs, uint32_t lanes, uint64_t* joined,
+                          uint8_t* bits) {
+  constexpr uint32_t kWordBits = 64;
+  for (uint32_t g = 0; g < kGroupsPerBlock; ++g) {
+    uint64_t word = 0;
+    uint32_t at = 0;
+    for (uint32_t l = 0; l < lanes; ++l) {
+      if (at < kWordBits) word |= packs[l].fields[g] << at;
+      at += packs[l].fieldBits[g];
+    }
+    joined[g] = word;
+    bits[g] = static_cast<uint8_t>(at);
+  }
+}
+
 void PlainSplitQuads(const uint8_t* rows, size_t pitch, uint8_t* planes) {
   constexpr uint32_t kQuad = 4;
   for (uint32_t y = 0; y < kBlockHeight; ++y) {
@@ -180,7 +195,8 @@ void PlainSplitRgb565(const uint8_t* rows, size_t pitch, uint8_t* planes) {
 
 constexpr LaneKernels kPlain = {
     "plain",          PlainByteLane, PlainByteLanePair, PlainExactLane,  PlainRgb565Lanes, PlainColourTransform,
-    PlainLaneBits,    PlainPackLane,   PlainPackCodes,   PlainSplitQuads, PlainSplitRgb565,
+    PlainLaneBits,    PlainPackLane,   PlainPackCodes,   PlainJoinGroupFields,
+    PlainSplitQuads,  PlainSplitRgb565,
 };
 
 }  // namespace

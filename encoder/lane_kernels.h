@@ -87,6 +87,10 @@ struct LaneKernels {
   // groups 4q to 4q + 3, each group's codes lane by lane, 3 x lanes bits a
   // group.
   void (*packCodes)(const LanePack* packs, uint32_t lanes, uint64_t* words);
+  // For three or four lanes: each group's fields of all lanes joined, lane
+  // by lane, in joined[g], and their total bits in bits[g] (joined[g] is
+  // only meaningful when that total is at most 64).
+  void (*joinGroupFields)(const LanePack* packs, uint32_t lanes, uint64_t* joined, uint8_t* bits);
   // Splits 16 x 4 four-byte pixels (`pitch` bytes to a row) into four 64-byte
   // component planes.
   void (*splitQuads)(const uint8_t* rows, size_t pitch, uint8_t* planes);

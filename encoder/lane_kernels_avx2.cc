@@ -4,6 +4,8 @@
 // Shared headers come first, so that their inline functions keep the base
 // target and no AVX2 copy of them can be chosen by the linker for other
 // files.
+#include <cstring>
+
 #include "encoder/lane_kernels.h"
 #include "encoder/lane_math.h"
 
@@ -83,9 +85,37 @@ void Avx2ExactLane(const int16_t* samples, LaneResidues* out) {
   StoreWidths(widths, out);
 }
 
+// Four groups at a time: each lane's fields shifted by the bits of the
+// lanes before it (AVX2 shifts give 0 for counts of 64 and more).
+void Avx2JoinGroupFields(const LanePack* packs, uint32_t lanes, uint64_t* joined, uint8_t* bits) {
+  constexpr uint32_t kGroupsPerStep = 4;
+  for (uint32_t g = 0; g < kGroupsPerBlock; g += kGroupsPerStep) {
+    __m256i word = _mm256_setzero_si256();
+    __m256i at = _mm256_setzero_si256();
+    for (uint32_t l = 0; l < lanes; ++l) {
+      const __m256i fields =
+          _mm256_loadu_si256(reinterpret_cast<const __m256i*>(packs[l].fields + g));
+      uint32_t fieldBits = 0;
+      std::memcpy(&fieldBits, packs[l].fieldBits + g, sizeof fieldBits);
+      word = _mm256_or_si256(word, _mm256_sllv_epi64(fields, at));
+      at = _mm256_add_epi64(at, _mm256_cvtepu8_epi64(_mm_cvtsi32_si128(static_cast<int>(fieldBits))));
+    }
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(joined + g), word);
+    // The four totals (below 256) to bytes.
+    const __m256i totals = _mm256_shuffle_epi8(
+        at, _mm256_setr_epi8(0, 8, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1,
+                             0, 8, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1));
+    const uint32_t low = static_cast<uint16_t>(_mm256_extract_epi16(totals, 0));
+    const uint32_t high = static_cast<uint16_t>(_mm256_extract_epi16(totals, 8));
+    const uint32_t four = low | high << 16;
+    std::memcpy(bits + g, &four, sizeof four);
+  }
+}
+
 constexpr LaneKernels WithWideRoutines(LaneKernels k) {
   k.byteLanePair = Avx2ByteLanePair;
   k.exactLane = Avx2ExactLane;
+  k.joinGroupFields = Avx2JoinGroupFields;
   return k;
 }
 

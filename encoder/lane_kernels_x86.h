@@ -362,10 +362,25 @@ void X86SplitRgb565(const uint8_t* rows, size_t pitch, uint8_t* planes) {
   }
 }
 
+// SSE2 has no per-lane 64-bit shifts: joined one group at a time.
+void PlainJoinFields(const LanePack* packs, uint32_t lanes, uint64_t* joined, uint8_t* bits) {
+  constexpr uint32_t kWordBits = 64;
+  for (uint32_t g = 0; g < kGroupsPerBlock; ++g) {
+    uint64_t word = 0;
+    uint32_t at = 0;
+    for (uint32_t l = 0; l < lanes; ++l) {
+      if (at < kWordBits) word |= packs[l].fields[g] << at;
+      at += packs[l].fieldBits[g];
+    }
+    joined[g] = word;
+    bits[g] = static_cast<uint8_t>(at);
+  }
+}
+
 constexpr LaneKernels MakeX86LaneKernels(const char* name) {
   return LaneKernels{name,          X86ByteLane,   X86ByteLanePair, X86ExactLane,    X86Rgb565Lanes, X86ColourTransform,
-                     X86LaneBits,   X86PackLane,   X86PackCodes,    X86SplitQuads,
-                     X86SplitRgb565};
+                     X86LaneBits,   X86PackLane,   X86PackCodes,    PlainJoinFields,
+                     X86SplitQuads, X86SplitRgb565};
 }
 
 }  // namespace

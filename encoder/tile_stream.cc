@@ -295,18 +295,13 @@ void WriteStream(const TileShape& s, const LaneKernels& k, const StreamPlan& pla
   }
   // Fields: all lanes of a group in one append when they fit one, else two
   // lanes to an append whenever both fit.
+  alignas(32) uint64_t joined[kGroupsPerBlock];
+  alignas(16) uint8_t joinedBits[kGroupsPerBlock];
+  if constexpr (kLanes != 0) k.joinGroupFields(packs, kLanes, joined, joinedBits);
   for (uint32_t g = 0; g < kGroupsPerBlock; ++g) {
-    if constexpr (kLanes != 0) {
-      uint32_t bits = 0;
-      for (uint32_t l = 0; l < kLanes; ++l) bits += packs[l].fieldBits[g];
-      if (bits <= kWidestField) {
-        uint64_t fields = 0;
-        for (uint32_t l = 0, at = 0; l < kLanes; at += packs[l].fieldBits[g], ++l) {
-          fields |= packs[l].fields[g] << at;
-        }
-        Append<kInBounds>(&writer, fields, bits);
-        continue;
-      }
+    if (kLanes != 0 && joinedBits[g] <= kWidestField) {
+      Append<kInBounds>(&writer, joined[g], joinedBits[g]);
+      continue;
     }
     uint32_t l = 0;
     for (; l + 1 < lanes; l += 2) {

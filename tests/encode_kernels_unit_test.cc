@@ -1,0 +1,425 @@
+// The tile encoder's lane routines: the plain ones against residuals, fields
+// and widths worked out here from the gradient predictor's definition, and
+// every vector set this processor runs against the plain one, byte for byte,
+// on made-up and corpus blocks. Also the bit writer at the end of its buffer.
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "encoder/bit_writer.h"
+#include "encoder/lane_kernels.h"
+#include "tests/test_support.h"
+
+namespace pelcast::testing {
+namespace {
+
+constexpr int kWidth = 16;
+constexpr int kRows = 4;
+constexpr int kSamples = 64;
+constexpr int kGroups = 16;
+
+using Block = std::array<uint8_t, kSamples>;
+
+struct Lcg {
+  uint32_t state;
+  uint32_t Next() {
+    state = state * 1664525u + 1013904223u;
+    return state >> 8;
+  }
+};
+
+// Byte blocks of every kind of content: flat, noise, small noise, wrapping
+// ramps, the two extremes side by side, and each group's own amplitude.
+std::vector<Block> MadeUpBlocks() {
+  std::vector<Block> blocks;
+  Lcg rng{7};
+  for (int kind = 0; kind < 6; ++kind) {
+    for (int n = 0; n < 40; ++n) {
+      Block b{};
+      for (int i = 0; i < kSamples; ++i) {
+        const int x = i % kWidth;
+        const int y = i / kWidth;
+        const int amplitude = 1 << ((i / 4 + n) % 9);  // 1 .. 256 by group
+        switch (kind) {
+          case 0: b[i] = static_cast<uint8_t>(n * 37); break;
+          case 1: b[i] = static_cast<uint8_t>(rng.Next()); break;
+          case 2: b[i] = static_cast<uint8_t>(128 + rng.Next() % 7 - 3); break;
+          case 3: b[i] = static_cast<uint8_t>(x * (n + 1) + y * 29 + n); break;
+          case 4: b[i] = ((x + y + n) % 2) != 0 ? 255 : 0; break;
+          default: b[i] = static_cast<uint8_t>(100 + rng.Next() % amplitude); break;
+        }
+      }
+      blocks.push_back(b);
+    }
+  }
+  return blocks;
+}
+
+// 16 x 4 blocks cut evenly from a corpus file (byte rows of `rowBytes`),
+// empty without the corpus.
+std::vector<Block> CorpusBlocks(const std::string& name, size_t rowBytes, size_t rows) {
+  std::vector<Block> blocks;
+  const std::string path = CorpusDir() + "/" + name;
+  if (!FileExists(path)) return blocks;
+  const Bytes frame = ReadFile(path);
+  if (frame.size() < rowBytes * rows) return blocks;
+  for (size_t y = 0; y + kRows <= rows; y += 67) {
+    for (size_t x = 0; x + kWidth <= rowBytes; x += 131) {
+      Block b{};
+      for (int r = 0; r < kRows; ++r) std::memcpy(&b[r * kWidth], &frame[(y + r) * rowBytes + x], kWidth);
+      blocks.push_back(b);
+    }
+  }
+  return blocks;
+}
+
+std::vector<Block> AllBlocks() {
+  std::vector<Block> blocks = MadeUpBlocks();
+  for (const char* name : {"photo-boats-1920x1080.rgba", "screen-home-1920x1080.nv12"}) {
+    const bool rgba = std::string(name).find(".rgba") != std::string::npos;
+    const std::vector<Block> more = CorpusBlocks(name, rgba ? 4 * 1920 : 1920, 1080);
+    blocks.insert(blocks.end(), more.begin(), more.end());
+  }
+  return blocks;
+}
+
+// Gradient prediction with the imaginary line of base values around the block.
+int64_t Predict(const int64_t* s, int x, int y, int64_t base) {
+  const int64_t a = x > 0 ? s[y * kWidth + x - 1] : base;
+  const int64_t b = y > 0 ? s[(y - 1) * kWidth + x] : base;
+  const int64_t c = (x > 0 && y > 0) ? s[(y - 1) * kWidth + x - 1] : base;
+  return a + b - c;
+}
+
+uint32_t ZigZagOf(int64_t r) { return static_cast<uint32_t>(r >= 0 ? 2 * r : -2 * r - 1); }
+
+uint32_t BitLength(uint32_t v) {
+  uint32_t n = 0;
+  for (; v != 0; v >>= 1) ++n;
+  return n;
+}
+
+// What a lane must hold for the exact residuals `r` (zig-zag fields
+// saturated at 255 in bytes, widths from the unsaturated ones).
+LaneResidues ExpectedLane(const int64_t* r) {
+  LaneResidues lane{};
+  for (int g = 0; g < kGroups; ++g) {
+    uint32_t all = 0;
+    for (int i = 4 * g; i < 4 * g + 4; ++i) {
+      const uint32_t z = ZigZagOf(r[i]);
+      all |= z;
+      lane.zig[i] = static_cast<uint8_t>(z < 255 ? z : 255);
+    }
+    lane.width[g] = static_cast<uint8_t>(BitLength(all));
+  }
+  return lane;
+}
+
+void ExpectSameLane(const LaneResidues& a, const LaneResidues& b, const std::string& what) {
+  EXPECT_EQ(0, std::memcmp(a.zig, b.zig, sizeof a.zig)) << what;
+  EXPECT_EQ(0, std::memcmp(a.width, b.width, sizeof a.width)) << what;
+}
+
+// Residuals modulo 256 as the representatives in [-128, 127].
+LaneResidues ExpectedByteLane(const Block& b) {
+  int64_t s[kSamples];
+  int64_t r[kSamples];
+  for (int i = 0; i < kSamples; ++i) s[i] = b[i];
+  for (int i = 0; i < kSamples; ++i) {
+    const int64_t d = (s[i] - Predict(s, i % kWidth, i / kWidth, s[0])) & 0xff;
+    r[i] = d >= 128 ? d - 256 : d;
+  }
+  return ExpectedLane(r);
+}
+
+LaneResidues ExpectedExactLane(const int16_t* samples) {
+  int64_t s[kSamples];
+  int64_t r[kSamples];
+  for (int i = 0; i < kSamples; ++i) s[i] = samples[i];
+  for (int i = 0; i < kSamples; ++i) r[i] = s[i] - Predict(s, i % kWidth, i / kWidth, s[0]);
+  return ExpectedLane(r);
+}
+
+// 16-bit samples below 2^bits made from a byte block and a second one.
+std::vector<int16_t> WideSamples(const Block& a, const Block& b, int bits) {
+  std::vector<int16_t> s(kSamples);
+  for (int i = 0; i < kSamples; ++i) s[i] = static_cast<int16_t>((a[i] | b[i] << 8) & ((1 << bits) - 1));
+  return s;
+}
+
+// The kernel sets to compare with the plain one.
+std::vector<const LaneKernels*> VectorSets() {
+  const VectorKernelSets sets = AvailableVectorLaneKernels();
+  return std::vector<const LaneKernels*>(sets.set, sets.set + sets.count);
+}
+
+TEST(EncodeKernels, PlainResiduesFollowTheGradientPredictor) {
+  const LaneKernels& plain = PlainLaneKernels();
+  const std::vector<Block> blocks = AllBlocks();
+  for (size_t n = 0; n < blocks.size(); ++n) {
+    LaneResidues got;
+    plain.byteLane(blocks[n].data(), kWidth, &got);
+    ExpectSameLane(got, ExpectedByteLane(blocks[n]), "byte lane, block " + std::to_string(n));
+    for (int bits : {6, 9, 10}) {
+      const std::vector<int16_t> s = WideSamples(blocks[n], blocks[(n + 1) % blocks.size()], bits);
+      plain.exactLane(s.data(), &got);
+      ExpectSameLane(got, ExpectedExactLane(s.data()),
+                     "exact lane, " + std::to_string(bits) + " bits, block " + std::to_string(n));
+    }
+  }
+}
+
+// RGB565 without the transform: the residual of component 0 is the one in
+// [-16, 15] congruent to e0 modulo 32; what it leaves over (a multiple of 32)
+// carries into component 1, whose residual is the one in [-32, 31] congruent
+// to e1 less that carry modulo 64, and so on into component 2.
+TEST(EncodeKernels, PlainRgb565FieldsCarryBetweenComponents) {
+  const LaneKernels& plain = PlainLaneKernels();
+  const std::vector<Block> blocks = AllBlocks();
+  const int bits[3] = {5, 6, 5};
+  for (size_t n = 0; n + 2 < blocks.size(); n += 3) {
+    Block planes[3];
+    int64_t x[3][kSamples];
+    for (int c = 0; c < 3; ++c) {
+      for (int i = 0; i < kSamples; ++i) {
+        planes[c][i] = static_cast<uint8_t>(blocks[n + c][i] & ((1 << bits[c]) - 1));
+        x[c][i] = planes[c][i];
+      }
+    }
+    int64_t d[3][kSamples];
+    for (int i = 0; i < kSamples; ++i) {
+      int64_t carry = 0;
+      for (int c = 0; c < 3; ++c) {
+        const int64_t e = x[c][i] - Predict(x[c], i % kWidth, i / kWidth, x[c][0]) - carry;
+        const int64_t radix = int64_t{1} << bits[c];
+        int64_t r = -radix / 2;
+        while ((e - r) % radix != 0) ++r;
+        d[c][i] = r;
+        carry = (r - e) / radix;
+      }
+    }
+    const uint8_t* const rows[3] = {planes[0].data(), planes[1].data(), planes[2].data()};
+    LaneResidues got[3];
+    plain.rgb565Lanes(rows, kWidth, got);
+    for (int c = 0; c < 3; ++c) {
+      ExpectSameLane(got[c], ExpectedLane(d[c]), "component " + std::to_string(c) + ", blocks " +
+                                                     std::to_string(n));
+    }
+  }
+}
+
+// The decoder's inverse transform must give the three input samples back.
+TEST(EncodeKernels, PlainColourTransformIsUndoneByTheInverse) {
+  const LaneKernels& plain = PlainLaneKernels();
+  const std::vector<Block> blocks = AllBlocks();
+  for (int n : {8, 5}) {
+    for (size_t k = 0; k + 2 < blocks.size(); k += 3) {
+      Block planes[3];
+      bool fits = true;
+      for (int c = 0; c < 3; ++c) {
+        for (int i = 0; i < kSamples; ++i) {
+          planes[c][i] = n == 8 ? blocks[k + c][i] : static_cast<uint8_t>(blocks[k + c][i] & (c == 1 ? 63 : 31));
+          fits = fits && planes[c][i] < (1 << n);
+        }
+      }
+      const uint8_t* const rows[3] = {planes[0].data(), planes[1].data(), planes[2].data()};
+      ColourSamples out;
+      ASSERT_EQ(plain.colourTransform(rows, kWidth, n, &out), fits) << n << " bits, blocks " << k;
+      if (!fits) continue;
+      for (int i = 0; i < kSamples; ++i) {
+        const int co = out.c[1][i] - (1 << n);
+        const int cg = out.c[2][i] - (1 << n);
+        const int t = out.c[0][i] - (cg >> 1);
+        const int third = t - (co >> 1);
+        EXPECT_EQ(third + co, planes[0][i]) << n << " bits, sample " << i;
+        EXPECT_EQ(t + cg, planes[1][i]) << n << " bits, sample " << i;
+        EXPECT_EQ(third, planes[2][i]) << n << " bits, sample " << i;
+      }
+    }
+  }
+}
+
+// Codes, field widths and packed fields of a lane: narrow groups keep their
+// width, others the full-width code (predicted) or the escape (raw samples).
+TEST(EncodeKernels, PlainPackingFollowsTheGroupCodes) {
+  const LaneKernels& plain = PlainLaneKernels();
+  const std::vector<Block> blocks = MadeUpBlocks();
+  struct Coding {
+    uint32_t escape, codedBits, wideCode;
+    bool rawBytes;
+  };
+  const Coding codings[] = {{7, 8, 0, true}, {5, 6, 0, false}, {6, 6, 7, false}, {5, 5, 6, false}};
+  for (const Block& b : blocks) {
+    LaneResidues lane;
+    plain.byteLane(b.data(), kWidth, &lane);
+    for (const Coding& c : codings) {
+      LanePack pack;
+      const uint32_t escaped =
+          plain.packLane(lane, LaneCoding{c.escape, c.codedBits, c.wideCode,
+                                          c.rawBytes ? b.data() : nullptr, kWidth},
+                         &pack);
+      uint32_t expectedEscaped = 0;
+      for (int g = 0; g < kGroups; ++g) {
+        const uint32_t w = lane.width[g];
+        const bool narrow = w < c.escape;
+        const bool raw = !narrow && c.wideCode == 0;
+        const uint32_t fieldBits = narrow ? w : c.codedBits;
+        EXPECT_EQ(pack.code[g], narrow ? w : (raw ? c.escape : c.wideCode));
+        EXPECT_EQ(pack.fieldBits[g], 4 * fieldBits);
+        uint64_t fields = 0;
+        for (int i = 0; i < 4; ++i) {
+          const uint64_t v = raw ? (c.rawBytes ? b[4 * g + i] : 0) : lane.zig[4 * g + i];
+          fields |= v << (i * fieldBits);
+        }
+        EXPECT_EQ(pack.fields[g], fields) << "group " << g;
+        if (raw) {
+          expectedEscaped |= 1u << g;
+        }
+      }
+      EXPECT_EQ(escaped, expectedEscaped);
+    }
+  }
+}
+
+// Every vector routine against its plain twin on the same input.
+TEST(EncodeKernels, VectorRoutinesMatchThePlainOnes) {
+  const LaneKernels& plain = PlainLaneKernels();
+  const std::vector<Block> blocks = AllBlocks();
+  for (const LaneKernels* vector : VectorSets()) {
+    const std::string name = vector->name;
+    for (size_t n = 0; n + 3 < blocks.size(); ++n) {
+      const std::string at = name + ", block " + std::to_string(n);
+      const Block& b = blocks[n];
+      LaneResidues want[4];
+      LaneResidues got[4];
+      plain.byteLane(b.data(), kWidth, &want[0]);
+      vector->byteLane(b.data(), kWidth, &got[0]);
+      ExpectSameLane(got[0], want[0], "byte lane, " + at);
+      plain.byteLane(blocks[n + 1].data(), kWidth, &want[1]);
+      vector->byteLanePair(b.data(), blocks[n + 1].data(), kWidth, &got[0], &got[1]);
+      ExpectSameLane(got[0], want[0], "byte lane pair, first, " + at);
+      ExpectSameLane(got[1], want[1], "byte lane pair, second, " + at);
+      for (int bits : {6, 9, 10}) {
+        const std::vector<int16_t> s = WideSamples(b, blocks[n + 1], bits);
+        plain.exactLane(s.data(), &want[2]);
+        vector->exactLane(s.data(), &got[2]);
+        ExpectSameLane(got[2], want[2], "exact lane, " + at);
+      }
+      const Block* three = &blocks[n + 1];
+      Block low[3];
+      for (int c = 0; c < 3; ++c) {
+        for (int i = 0; i < kSamples; ++i) low[c][i] = three[c][i] & (c == 1 ? 63 : 31);
+      }
+      const uint8_t* const lowRows[3] = {low[0].data(), low[1].data(), low[2].data()};
+      plain.rgb565Lanes(lowRows, kWidth, want);
+      vector->rgb565Lanes(lowRows, kWidth, got);
+      for (int c = 0; c < 3; ++c) ExpectSameLane(got[c], want[c], "rgb565 lanes, " + at);
+      const uint8_t* const fullRows[3] = {three[0].data(), three[1].data(), three[2].data()};
+      for (int bits : {8, 5}) {
+        const uint8_t* const* rows = bits == 8 ? fullRows : lowRows;
+        ColourSamples a;
+        ColourSamples v;
+        const bool fits = plain.colourTransform(rows, kWidth, bits, &a);
+        ASSERT_EQ(vector->colourTransform(rows, kWidth, bits, &v), fits) << "colour, " << at;
+        if (fits) {
+          EXPECT_EQ(0, std::memcmp(&a, &v, sizeof a)) << "colour, " << at;
+        }
+      }
+      for (uint32_t escape = 1; escape <= 8; ++escape) {
+        for (uint32_t codedBits : {5u, 8u, 9u}) {
+          EXPECT_EQ(vector->laneBits(want[0], escape, codedBits),
+                    plain.laneBits(want[0], escape, codedBits))
+              << "lane bits, " << at;
+        }
+      }
+      const LaneCoding codings[] = {{7, 8, 0, b.data(), kWidth}, {7, 9, 0, nullptr, 0},
+                                    {5, 5, 6, nullptr, 0}, {2, 8, 0, b.data(), kWidth}};
+      LanePack packs[2][4];
+      for (uint32_t k = 0; k < 4; ++k) {
+        const uint32_t e0 = plain.packLane(want[k % 2], codings[k], &packs[0][k]);
+        const uint32_t e1 = vector->packLane(want[k % 2], codings[k], &packs[1][k]);
+        EXPECT_EQ(e0, e1) << "escaped groups, " << at;
+        EXPECT_EQ(0, std::memcmp(&packs[0][k], &packs[1][k], sizeof(LanePack))) << "pack, " << at;
+      }
+      for (uint32_t lanes : {3u, 4u}) {
+        uint64_t codes[2][4];
+        plain.packCodes(packs[0], lanes, codes[0]);
+        vector->packCodes(packs[0], lanes, codes[1]);
+        EXPECT_EQ(0, std::memcmp(codes[0], codes[1], sizeof codes[0])) << "codes, " << at;
+        uint64_t joined[2][kGroups];
+        uint8_t joinedBits[2][kGroups];
+        plain.joinGroupFields(packs[0], lanes, joined[0], joinedBits[0]);
+        vector->joinGroupFields(packs[0], lanes, joined[1], joinedBits[1]);
+        EXPECT_EQ(0, std::memcmp(joinedBits[0], joinedBits[1], kGroups)) << "joined bits, " << at;
+        EXPECT_EQ(0, std::memcmp(joined[0], joined[1], sizeof joined[0])) << "joined, " << at;
+      }
+      uint8_t quads[2][4 * kSamples];
+      plain.splitQuads(b.data(), kWidth, quads[0]);
+      vector->splitQuads(b.data(), kWidth, quads[1]);
+      EXPECT_EQ(0, std::memcmp(quads[0], quads[1], sizeof quads[0])) << "split quads, " << at;
+      uint8_t words[2][3 * kSamples];
+      plain.splitRgb565(b.data(), kWidth, words[0]);
+      vector->splitRgb565(b.data(), kWidth, words[1]);
+      EXPECT_EQ(0, std::memcmp(words[0], words[1], sizeof words[0])) << "split rgb565, " << at;
+    }
+  }
+}
+
+// The split routines take interleaved pixels apart as the packing puts them
+// together: byte c of a 4-byte pixel, and bits 0-4, 5-10, 11-15 of a word.
+TEST(EncodeKernels, PlainSplitsTakePixelsApart) {
+  const Bytes pixels = RandomBytes(4 * kSamples * 4, 3);
+  uint8_t quads[4 * kSamples];
+  PlainLaneKernels().splitQuads(pixels.data(), 4 * kWidth, quads);
+  uint8_t words[3 * kSamples];
+  PlainLaneKernels().splitRgb565(pixels.data(), 2 * kWidth, words);
+  for (int i = 0; i < kSamples; ++i) {
+    const int x = i % kWidth;
+    const int y = i / kWidth;
+    for (int c = 0; c < 4; ++c) EXPECT_EQ(quads[c * kSamples + i], pixels[y * 4 * kWidth + 4 * x + c]);
+    const int word = pixels[y * 2 * kWidth + 2 * x] | pixels[y * 2 * kWidth + 2 * x + 1] << 8;
+    EXPECT_EQ(words[i], word & 31);
+    EXPECT_EQ(words[kSamples + i], (word >> 5) & 63);
+    EXPECT_EQ(words[2 * kSamples + i], word >> 11);
+  }
+}
+
+// Fields appended near the end of the buffer: every bit lands where the
+// reader takes it, and nothing is written past the capacity.
+TEST(EncodeKernels, BitWriterKeepsToItsCapacity) {
+  struct Case {
+    size_t capacity;
+    std::vector<uint32_t> widths;
+  };
+  const Case cases[] = {{3, {7, 9, 8}}, {8, {56, 8}}, {9, {1, 56, 7, 8}}, {16, {33, 31, 20, 44}}};
+  for (const Case& c : cases) {
+    uint8_t buffer[64];
+    std::memset(buffer, 0xa5, sizeof buffer);
+    TileBitWriter writer = MakeTileBitWriter(buffer, c.capacity);
+    Lcg rng{static_cast<uint32_t>(c.capacity)};
+    std::vector<uint64_t> values;
+    for (uint32_t w : c.widths) {
+      const uint64_t v = (uint64_t{rng.Next()} << 32 | rng.Next()) & ((uint64_t{1} << w) - 1);
+      values.push_back(v);
+      WriteBits(&writer, v, w);
+    }
+    size_t bit = 0;
+    for (size_t k = 0; k < values.size(); ++k) {
+      uint64_t read = 0;
+      for (uint32_t i = 0; i < c.widths[k]; ++i, ++bit) {
+        read |= uint64_t{static_cast<uint64_t>(buffer[bit / 8] >> (bit % 8)) & 1} << i;
+      }
+      EXPECT_EQ(read, values[k]) << "capacity " << c.capacity << " field " << k;
+    }
+    EXPECT_EQ(WrittenBytes(writer), (bit + 7) / 8);
+    for (size_t i = c.capacity; i < sizeof buffer; ++i) {
+      ASSERT_EQ(buffer[i], 0xa5) << "capacity " << c.capacity << " byte " << i;
+    }
+  }
+}
+
+}  // namespace
+}  // namespace pelcast::testing
