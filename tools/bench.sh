@@ -59,14 +59,17 @@ echo "bench: micro-benchmarks"
 "$build/bench/pelcast_bench" "${bench_args[@]}"
 echo "bench: end to end"
 e2e_runs=10
-[ $quick -eq 1 ] && e2e_runs=3
+if [ $quick -eq 1 ]; then e2e_runs=3; fi
 PELCAST_E2E_RUNS=$e2e_runs tools/e2e-bench.sh --markdown "$e2e"
 load_after=$(cut -d' ' -f1 /proc/loadavg)
 
-cpu=$(lscpu | sed -n 's/^Model name: *//p' | head -1)
+# sed reads its whole input: a reader that stops early would fail the pipe.
+cpu=$(lscpu | sed -n 's/^Model name: *//p' | sed -n 1p)
 machine="$cpu, $(nproc) cores, $(uname -sm), $(awk '/MemTotal/ { printf "%.0f GiB", $2 / 1048576 }' /proc/meminfo)"
-compiler="$(g++ --version | head -1), CMake build type Release (-O3), no -march: x86-64 baseline plus run-time AVX2 selection"
-commands="tools/bench.sh$([ $quick -eq 1 ] && echo " --quick")
+compiler="$(g++ --version | sed -n 1p), CMake build type Release (-O3), no -march: x86-64 baseline plus run-time AVX2 selection"
+quick_flag=""
+if [ $quick -eq 1 ]; then quick_flag=" --quick"; fi
+commands="tools/bench.sh$quick_flag
   = cmake --preset bench && cmake --build --preset bench -j2
     build/bench/bench/pelcast_bench ${bench_args[*]/#--benchmark_out=*/--benchmark_out=FILE}
     PELCAST_E2E_RUNS=$e2e_runs tools/e2e-bench.sh --markdown FILE"
