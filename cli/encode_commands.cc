@@ -134,7 +134,9 @@ bool ReadRgbaFrame(const EncodeSession& s, int32_t width, int32_t height) {
 
 // Reads the interleaved chroma of one frame into the separate U and V planes
 // of the staging buffer (cs bytes to a row, chs rows each), in bulk. A short
-// input leaves the rest zero, exactly as reading it byte by byte would.
+// read means the input has ended, so every later read would return nothing:
+// the rest of the chroma is zeroed, exactly as reading it byte by byte into
+// a cleared buffer would leave it.
 void ReadNv12Chroma(const EncodeSession& s, int32_t width, int32_t height) {
   const ZpakInfo& info = *s.info;
   uint8_t* uPlane = s.staging + static_cast<size_t>(info.linearScanlines) * info.linearStride;
@@ -144,16 +146,18 @@ void ReadNv12Chroma(const EncodeSession& s, int32_t width, int32_t height) {
   const size_t pairs = (static_cast<size_t>(width) + 1) >> 1;
   const int64_t rows = (static_cast<int64_t>(height) + 1) >> 1;
   uint8_t chunk[kChromaChunkBytes];
+  bool ended = false;
   for (int64_t r = 0; r < rows; ++r) {
     uint8_t* u = uPlane + static_cast<size_t>(r) * cs;
     uint8_t* v = vPlane + static_cast<size_t>(r) * cs;
     for (size_t done = 0; done < 2 * pairs;) {
       const size_t want = 2 * pairs - done < kChromaChunkBytes ? 2 * pairs - done : kChromaChunkBytes;
-      const size_t got = std::fread(chunk, 1, want, s.input);
-      for (size_t i = 0; i < got; ++i) {
+      const size_t got = ended ? 0 : std::fread(chunk, 1, want, s.input);
+      for (size_t i = 0; i < want; ++i) {
         const size_t pair = (done + i) >> 1;
-        (((done + i) & 1) == 0 ? u : v)[pair] = chunk[i];
+        (((done + i) & 1) == 0 ? u : v)[pair] = i < got ? chunk[i] : 0;
       }
+      ended = ended || got < want;
       done += want;
     }
   }
@@ -163,8 +167,10 @@ void ReadNv12Chroma(const EncodeSession& s, int32_t width, int32_t height) {
 // write-failure message (which names the input path).
 void RunRgbaLoop(const EncodeSession& s, int32_t width, int32_t height, const char* inputPath) {
   const ZpakInfo& info = *s.info;
+  // The staging buffer is zero from its allocation, and every frame fills the
+  // same bytes of it (a frame whose rows cannot all be read is not encoded),
+  // so clearing it again before each frame would change nothing.
   for (unsigned n = 0;; ++n) {
-    std::memset(s.staging, 0, info.epbSize);
     std::memset(s.compressed, 0, info.bufferSize);
     if (!ReadRgbaFrame(s, width, height)) break;
     std::printf("Input Frame Read completed=%u\n", n);
@@ -186,10 +192,11 @@ void RunRgbaLoop(const EncodeSession& s, int32_t width, int32_t height, const ch
 bool RunNv12Loop(const EncodeSession& s, int32_t width, int32_t height,
                  const char* inputPath) {
   const ZpakInfo& info = *s.info;
-  const size_t stagingBytes = Nv12StagingBytes(info);
   const size_t rowBytes = static_cast<size_t>(width);
+  // As in H, the staging buffer needs no clearing between frames: Y rows are
+  // read whole or the loop ends, and the chroma read writes every byte it
+  // covers (zero past the end of the input).
   for (unsigned n = 0;; ++n) {
-    std::memset(s.staging, 0, stagingBytes);
     std::memset(s.compressed, 0, info.bufferSize);
     for (int32_t i = 0; i < height; ++i) {
       uint8_t* row = s.staging + static_cast<size_t>(i) * info.linearStride;
