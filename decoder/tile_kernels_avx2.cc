@@ -41,58 +41,128 @@ struct GroupVectors {
   alignas(32) uint64_t raw[kGroups][kMaxSeries];
 };
 
-// Per series and code: the residual width.
-struct CodeTables {
-  uint8_t width[kMaxSeries][kCodeMask + 1];
+// Field sets of a tile in stream order (group by group, series by series),
+// rounded up to whole vectors.
+constexpr uint32_t kFieldSlots = kGroups * kMaxSeries;
+// A code no 3-bit field holds: the escape code of a position past the fields.
+constexpr int8_t kNoEscape = kCodeMask + 1;
+
+// Per stream position j (series j % S): the escape code less one, the escape
+// code, and the coded depth that codes at or above the escape code read.
+struct PositionTable {
+  alignas(32) int8_t belowEscape[kFieldSlots];
+  alignas(32) int8_t escape[kFieldSlots];
+  alignas(32) int8_t coded[kFieldSlots];
 };
 
-constexpr CodeTables MakeCodeTables(TileKind kind, bool colour) {
+constexpr PositionTable MakePositionTable(TileKind kind, uint32_t series, bool colour) {
   const KindShape& shape = kShapes[static_cast<int>(kind)];
-  CodeTables t{};
-  for (uint32_t s = 0; s < kMaxSeries; ++s) {
-    const uint32_t coded = shape.sampleBits[s] + (colour && shape.difference[s] ? 1 : 0);
-    for (uint32_t code = 0; code <= kCodeMask; ++code)
-      t.width[s][code] = static_cast<uint8_t>(code < shape.escape[s] ? code : coded);
+  PositionTable t{};
+  for (uint32_t j = 0; j < kFieldSlots; ++j) {
+    const uint32_t s = j % series;
+    const bool inside = j < kGroups * series;
+    const int escape = inside ? shape.escape[s] : kNoEscape;
+    t.belowEscape[j] = static_cast<int8_t>(escape - 1);
+    t.escape[j] = static_cast<int8_t>(escape);
+    t.coded[j] = static_cast<int8_t>(
+        inside ? shape.sampleBits[s] + (colour && shape.difference[s] ? 1 : 0) : 0);
   }
   return t;
 }
 
-// [kind][colour flag]
-constexpr CodeTables kCodeTables[4][2] = {
-    {MakeCodeTables(TileKind::kRgba8888, false), MakeCodeTables(TileKind::kRgba8888, true)},
-    {MakeCodeTables(TileKind::kNv12Luma, false), MakeCodeTables(TileKind::kNv12Luma, true)},
-    {MakeCodeTables(TileKind::kNv12Chroma, false), MakeCodeTables(TileKind::kNv12Chroma, true)},
-    {MakeCodeTables(TileKind::kRgb565, false), MakeCodeTables(TileKind::kRgb565, true)},
+// [kind][series count 3 or 4][colour flag]
+constexpr PositionTable MakeKindTables(TileKind kind, uint32_t series, bool colour) {
+  return MakePositionTable(kind, series, colour);
+}
+constexpr PositionTable kPositionTables[4][2][2] = {
+#define PELCAST_KIND_TABLES(kind)                                                    \
+  {{MakeKindTables(kind, 3, false), MakeKindTables(kind, 3, true)},                  \
+   {MakeKindTables(kind, 4, false), MakeKindTables(kind, 4, true)}}
+    PELCAST_KIND_TABLES(TileKind::kRgba8888),
+    PELCAST_KIND_TABLES(TileKind::kNv12Luma),
+    PELCAST_KIND_TABLES(TileKind::kNv12Chroma),
+    PELCAST_KIND_TABLES(TileKind::kRgb565),
+#undef PELCAST_KIND_TABLES
 };
 
-// A code no 3-bit field holds: the escape code of a series the tile does not code.
-constexpr int64_t kNoEscape = kCodeMask + 1;
+// Eight 3-bit codes spread into eight bytes by one deposit.
+constexpr uint64_t kCodeBytes = 0x0707070707070707ull;
+constexpr uint32_t kCodesPerDeposit = 8;
+
+// Word 7 of each 128-bit half in all eight words of that half.
+PELCAST_AVX2 inline __m256i BroadcastLastWord(__m256i v) {
+  const __m256i last = _mm256_setr_epi8(14, 15, 14, 15, 14, 15, 14, 15, 14, 15, 14, 15, 14, 15,
+                                        14, 15, 14, 15, 14, 15, 14, 15, 14, 15, 14, 15, 14, 15,
+                                        14, 15, 14, 15);
+  return _mm256_shuffle_epi8(v, last);
+}
 
 // The codes of every group (S series of kCodeBits each, from `codes` on) and
-// the residuals after them, read group by group. A group's raw masks come
-// from its code word in one vector: series s's code compared with its
-// escape code in quarter s.
+// the residuals after them. All codes are spread into bytes first; widths
+// and raw flags follow by vector compares, and the bit position of every
+// field set by one prefix sum, so the residual reads do not wait on each
+// other.
 template <uint32_t S>
-PELCAST_AVX2 inline void ReadGroups(const uint8_t* padded, uint64_t codes, const KindShape& shape,
-                                    const CodeTables& tables, GroupVectors* v) {
-  const __m256i shifts = _mm256_setr_epi64x(0, kCodeBits, 2 * kCodeBits, 3 * kCodeBits);
-  const __m256i codeMask = _mm256_set1_epi64x(kCodeMask);
-  int64_t escape[kMaxSeries];
-  for (uint32_t s = 0; s < kMaxSeries; ++s) escape[s] = s < S ? shape.escape[s] : kNoEscape;
-  const __m256i escapes = _mm256_setr_epi64x(escape[0], escape[1], escape[2], escape[3]);
-  uint64_t position = codes + kCodeBits * S * kGroups;
+PELCAST_AVX2 inline void ReadGroups(const uint8_t* padded, uint64_t codes,
+                                    const PositionTable& table, GroupVectors* v) {
+  constexpr uint32_t kFields = kGroups * S;
+  alignas(32) uint8_t code[kFieldSlots];
+  for (uint32_t k = 0; k < kFields / kCodesPerDeposit; ++k) {
+    const uint64_t bytes =
+        _pdep_u64(PeekStream(padded, codes + kCodeBits * kCodesPerDeposit * k), kCodeBytes);
+    std::memcpy(code + kCodesPerDeposit * k, &bytes, sizeof bytes);
+  }
+  std::memset(code + kFields, 0, kFieldSlots - kFields);
+
+  alignas(32) uint8_t width[kFieldSlots];
+  alignas(32) int8_t raw[kFieldSlots + sizeof(uint32_t)];
+  for (uint32_t h = 0; h < kFieldSlots; h += sizeof(__m256i)) {
+    const __m256i c = _mm256_load_si256(reinterpret_cast<const __m256i*>(code + h));
+    const __m256i escape = _mm256_load_si256(reinterpret_cast<const __m256i*>(table.escape + h));
+    const __m256i atOrAbove = _mm256_cmpgt_epi8(
+        c, _mm256_load_si256(reinterpret_cast<const __m256i*>(table.belowEscape + h)));
+    const __m256i coded = _mm256_load_si256(reinterpret_cast<const __m256i*>(table.coded + h));
+    _mm256_store_si256(reinterpret_cast<__m256i*>(width + h),
+                       _mm256_blendv_epi8(c, coded, atOrAbove));
+    _mm256_store_si256(reinterpret_cast<__m256i*>(raw + h), _mm256_cmpeq_epi8(c, escape));
+  }
+  std::memset(raw + kFieldSlots, 0, sizeof(uint32_t));
+
+  // Field set j starts at bit bitAt[j] of byte byteAt[j]: a prefix sum of
+  // the widths from the first residual on.
+  alignas(32) uint16_t byteAt[kFieldSlots + kBlockColumns];
+  alignas(32) uint16_t bitAt[kFieldSlots + kBlockColumns];
+  const auto first = static_cast<uint16_t>(codes + kCodeBits * kFields);
+  byteAt[0] = first >> 3;
+  bitAt[0] = first & 7;
+  const __m256i seven = _mm256_set1_epi16(7);
+  __m256i carry = _mm256_set1_epi16(static_cast<int16_t>(first));
+  for (uint32_t q = 0; q < kFields; q += kBlockColumns) {
+    __m256i w = _mm256_slli_epi16(
+        _mm256_cvtepu8_epi16(_mm_load_si128(reinterpret_cast<const __m128i*>(width + q))), 2);
+    w = _mm256_add_epi16(w, _mm256_bslli_epi128(w, 2));
+    w = _mm256_add_epi16(w, _mm256_bslli_epi128(w, 4));
+    w = _mm256_add_epi16(w, _mm256_bslli_epi128(w, 8));
+    w = _mm256_add_epi16(w, BroadcastLastWord(_mm256_permute2x128_si256(w, w, 0x08)));
+    w = _mm256_add_epi16(w, carry);
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(byteAt + 1 + q), _mm256_srli_epi16(w, 3));
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(bitAt + 1 + q), _mm256_and_si256(w, seven));
+    carry = BroadcastLastWord(_mm256_permute4x64_epi64(w, 0xFF));
+  }
+
+  const __m256i keep = _mm256_setr_epi64x(-1, -1, -1, S == kMaxSeries ? -1 : 0);
   for (uint32_t g = 0; g < kGroups; ++g) {
-    const uint64_t word = PeekStream(padded, codes + kCodeBits * S * g);
-    const __m256i code = _mm256_and_si256(
-        _mm256_srlv_epi64(_mm256_set1_epi64x(static_cast<int64_t>(word)), shifts), codeMask);
-    _mm256_store_si256(reinterpret_cast<__m256i*>(v->raw[g]), _mm256_cmpeq_epi64(code, escapes));
 #pragma GCC unroll 4
     for (uint32_t s = 0; s < S; ++s) {
-      const uint32_t width = tables.width[s][(word >> (kCodeBits * s)) & kCodeMask];
-      v->residuals[g][s] = _pdep_u64(PeekStream(padded, position), kLaneMasks[width]);
-      position += kGroupSamples * width;
+      const uint32_t j = S * g + s;
+      const uint64_t window = LoadStreamWord(padded + byteAt[j]) >> bitAt[j];
+      v->residuals[g][s] = _pdep_u64(window, kLaneMasks[width[j]]);
     }
     for (uint32_t s = S; s < kMaxSeries; ++s) v->residuals[g][s] = 0;
+    int32_t flags;
+    std::memcpy(&flags, raw + S * g, sizeof flags);
+    _mm256_store_si256(reinterpret_cast<__m256i*>(v->raw[g]),
+                       _mm256_and_si256(_mm256_cvtepi8_epi64(_mm_cvtsi32_si128(flags)), keep));
   }
 }
 
@@ -237,13 +307,12 @@ template <TileKind K>
 PELCAST_AVX2 void DecodeKind(const uint8_t* padded, uint8_t* out, uint64_t pitch) {
   TileFields f;
   const uint64_t codes = ReadHeader<K>(padded, &f);
-  const CodeTables& tables = kCodeTables[static_cast<int>(K)][f.colourFlag];
+  const auto& tables = kPositionTables[static_cast<int>(K)];
   GroupVectors v;
-  constexpr KindShape shape = kShapes[static_cast<int>(K)];
   if (f.series == kMaxSeries) {
-    ReadGroups<kMaxSeries>(padded, codes, shape, tables, &v);
+    ReadGroups<kMaxSeries>(padded, codes, tables[1][f.colourFlag], &v);
   } else {
-    ReadGroups<kMaxSeries - 1>(padded, codes, shape, tables, &v);
+    ReadGroups<kMaxSeries - 1>(padded, codes, tables[0][f.colourFlag], &v);
   }
   __m256i above[kGroupsPerRow];
   const __m256i base = _mm256_setr_epi64x(
