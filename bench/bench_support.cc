@@ -382,10 +382,13 @@ Frame JoinQuadrants(const Frame* const quadrants[4], const std::string& name) {
     CopyRows(source, rowBytes, target + down * h * 2 * rowBytes + across * rowBytes, 2 * rowBytes,
              rowBytes, h);
     if (nv12) {
-      // The U,V rows: h / 2 of them, as wide in bytes as the luma rows.
+      // The U,V rows: h / 2 of them, as wide in bytes as the luma rows, after
+      // the joined frame's 2w x 2h luma plane.
       const size_t chromaRows = h / 2;
-      CopyRows(source + w * h, w, target + 4 * w * h + down * chromaRows * 2 * w + across * w,
-               2 * w, w, chromaRows);
+      const size_t joinedLumaBytes = 4 * w * h;
+      CopyRows(source + w * h, w,
+               target + joinedLumaBytes + down * chromaRows * 2 * w + across * w, 2 * w, w,
+               chromaRows);
     }
   }
   return joined;

@@ -100,7 +100,8 @@ std::unique_ptr<EncodeJob> MakeEncodeJob(const Frame& frame);
 void RunEncode(EncodeJob& job);
 
 // The ZPAK frame of `frame`: encoded once into a zero-filled buffer, exactly
-// the bytes commands N and H (B: the RGB565 frame encoder) would write.
+// the bytes commands N and H would write (RGB565: the RGB565 frame encoder's
+// frame, laid out as command B reads it).
 std::vector<uint8_t> CompressFrame(const Frame& frame);
 
 // One ZPAK frame ready for the frame decoder, with the descriptor, context
