@@ -203,9 +203,16 @@ def other_table(r):
     if rest:
         r.out("## Other benchmarks")
         r.out()
-        r.out("Rows of further benchmark files, as measured (MB/s as each file counts it).")
+        r.out("Rows of further benchmark files, as measured (MB/s as each file counts it), "
+              "grouped by the first part of their names.")
         r.out()
-        r.table(["benchmark", "MB/s"], [[n, fmt_rate(r.rates[n])] for n in rest])
+        groups = {}
+        for n in rest:
+            groups.setdefault(n.split("/", 1)[0], []).append(n)
+        for group, names in groups.items():
+            r.out(f"### {group}")
+            r.out()
+            r.table(["benchmark", "MB/s"], [[n, fmt_rate(r.rates[n])] for n in names])
     if r.errors:
         r.out("## Rows that reported an error")
         r.out()
