@@ -77,9 +77,9 @@ uint64_t DecodeRgba8888Frame(ZpakContext* context, const ZpakConfig& config, Til
   if (UsesTileKernel(*context, config, kernel, &kind) && kind == TileKind::kRgba8888) {
     PaddedTile padded{};
     for (uint64_t tr = 0; tr < tileRows; ++tr) {
+      const TileRowAddresses row = RowAddresses(context->addressTables, tr);
       for (uint64_t tc = 0; tc < tilesPerRow; ++tc) {
-        const uint32_t metadataByte = FetchTile(context->addressTables, config, data, meta, tr, tc,
-                                                padded.bytes);
+        const uint32_t metadataByte = FetchTile(row, config, data, meta, tc, padded.bytes);
         uint8_t* out = config.linearY + kRgbaWalk.tileHeight * tr * pitch +
                        kRgbaWalk.tileRowBytes * tc;
         ExpandTile(kernel, kind, metadataByte, padded.bytes, out, pitch);
@@ -127,9 +127,10 @@ void DecodeNv12PlaneWithKernel(ZpakContext* context, const ZpakConfig& config,
   for (uint64_t tr = 0; tr < plane.tileRows; ++tr) {
     const uint64_t row = walk.tileHeight * tr;
     const bool wholeRows = row + walk.tileHeight <= plane.rowLimit;
+    const TileRowAddresses addresses = RowAddresses(context->addressTables, tr);
     for (uint64_t tc = 0; tc < plane.tilesPerRow; ++tc) {
-      const uint32_t metadataByte = FetchTile(context->addressTables, config, plane.data,
-                                              plane.meta, tr, tc, padded.bytes);
+      const uint32_t metadataByte =
+          FetchTile(addresses, config, plane.data, plane.meta, tc, padded.bytes);
       const uint64_t column = walk.tileRowBytes * tc;
       if (wholeRows && column + walk.tileRowBytes <= plane.columnLimit) {
         ExpandTile(kernel, kind, metadataByte, padded.bytes,

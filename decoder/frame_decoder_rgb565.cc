@@ -106,13 +106,14 @@ void DecodeHalvesWithKernel(ZpakContext* context, const ZpakConfig& config,
   for (uint64_t tr = 0; tr < walk.tileRows; ++tr) {
     const uint64_t row = kTileRows * tr;
     const bool wholeRows = row + kTileRows <= walk.height;
+    const TileRowAddresses addresses = RowAddresses(tables, tr);
     for (uint64_t tc = 0; tc < walk.tilesPerRow; ++tc) {
-      const uint64_t slot = TileSlot(tables, tr, tc);
+      const uint64_t slot = SlotAt(addresses, tc);
       for (uint64_t half = 0; half < kHalvesPerTile; ++half) {
         FetchStoredBytes<kHalfTileBytes>(walk.data, slot * kSlotBytes + kHalfTileBytes * half,
                                          padded.bytes);
-        const uint32_t metadataByte = FetchMetadataByte(
-            walk.meta, TileMetaOffset(tables, tr, kHalvesPerTile * tc + half));
+        const uint32_t metadataByte =
+            FetchMetadataByte(walk.meta, MetaOffsetAt(addresses, kHalvesPerTile * tc + half));
         const uint64_t column = kHalvesPerTile * kHalfTileRowBytes * tc + kHalfTileRowBytes * half;
         if (wholeRows && column + kHalfTileRowBytes <= walk.pitch) {
           ExpandTile(kernel, TileKind::kRgb565, metadataByte, padded.bytes,

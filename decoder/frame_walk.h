@@ -101,13 +101,46 @@ inline void FetchStoredBytes(const PlaneSource& source, uint64_t offset, uint8_t
   }
 }
 
-// Copies the 256 bytes of tile (row, column) that the tile decoder is given,
+// The addresses of one tile row, looked up once for the row. Lookups of its
+// tiles give exactly what TileSlot and TileMetaOffset give: a metadata
+// offset is a row part plus a column part (MetaByteOffset(row, 0, T) +
+// MetaByteOffset(0, column, T)), and both are 0 outside the tables.
+struct TileRowAddresses {
+  const uint64_t* slots;  // the row of the slot table; null outside it
+  uint64_t slotColumns;   // 0 outside the slot table
+  uint64_t metaRowBase;
+  uint64_t metaColumns;   // 0 outside the metadata table
+};
+
+inline TileRowAddresses RowAddresses(const TileAddressTables& tables, uint64_t row) {
+  TileRowAddresses a{nullptr, 0, 0, 0};
+  if (!tables.valid) return a;
+  if (row < tables.layout.tileRows) {
+    a.slots = tables.slots + row * tables.slotColumns;
+    a.slotColumns = tables.slotColumns;
+  }
+  if (row < tables.layout.metaRows) {
+    a.metaRowBase = MetaByteOffset(row, 0, tables.layout.metaTilesPerRow);
+    a.metaColumns = tables.metaColumns;
+  }
+  return a;
+}
+
+inline uint64_t SlotAt(const TileRowAddresses& a, uint64_t column) {
+  return column < a.slotColumns ? a.slots[column] : 0;
+}
+
+inline uint64_t MetaOffsetAt(const TileRowAddresses& a, uint64_t column) {
+  return column < a.metaColumns ? a.metaRowBase + MetaByteOffset(0, column, 0) : 0;
+}
+
+// Copies the 256 bytes of a tile of the row that the tile decoder is given,
 // honouring the half-slot rule, and returns the tile's metadata byte.
-inline uint32_t FetchTile(const TileAddressTables& tables, const ZpakConfig& config,
-                          const PlaneSource& data, const PlaneSource& meta, uint64_t row,
-                          uint64_t column, uint8_t* stored) {
-  const uint64_t slot = TileSlot(tables, row, column);
-  const uint32_t metadataByte = FetchMetadataByte(meta, TileMetaOffset(tables, row, column));
+inline uint32_t FetchTile(const TileRowAddresses& row, const ZpakConfig& config,
+                          const PlaneSource& data, const PlaneSource& meta, uint64_t column,
+                          uint8_t* stored) {
+  const uint64_t slot = SlotAt(row, column);
+  const uint32_t metadataByte = FetchMetadataByte(meta, MetaOffsetAt(row, column));
   FetchStoredBytes<kSlotBytes>(data, TileByteOffset(slot, metadataByte, config), stored);
   return metadataByte;
 }
