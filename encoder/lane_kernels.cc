@@ -107,6 +107,13 @@ bool PlainColourTransform(const uint8_t* const* planes, size_t pitch, uint32_t n
   return true;
 }
 
+bool PlainColourLanes(const uint8_t* const* planes, size_t pitch, uint32_t n, ColourSamples* out,
+                      LaneResidues* lanes) {
+  if (!PlainColourTransform(planes, pitch, n, out)) return false;
+  for (uint32_t c = 0; c < kRgb565Components; ++c) PlainExactLane(out->c[c], &lanes[c]);
+  return true;
+}
+
 uint32_t PlainLaneBits(const LaneResidues& lane, uint32_t escape, uint32_t codedBits) {
   uint32_t fieldBits = 0;
   for (uint32_t g = 0; g < kGroupsPerBlock; ++g) {
@@ -195,6 +202,7 @@ void PlainSplitRgb565(const uint8_t* rows, size_t pitch, uint8_t* planes) {
 
 constexpr LaneKernels kPlain = {
     "plain",          PlainByteLane, PlainByteLanePair, PlainExactLane,  PlainRgb565Lanes, PlainColourTransform,
+    PlainColourLanes,
     PlainLaneBits,    PlainPackLane,   PlainPackCodes,   PlainJoinGroupFields,
     PlainSplitQuads,  PlainSplitRgb565,
 };

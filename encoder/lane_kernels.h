@@ -77,6 +77,9 @@ struct LaneKernels {
   // false when a sample is 2^n or more (the decoder could not rebuild it).
   bool (*colourTransform)(const uint8_t* const* planes, size_t pitch, uint32_t n,
                           ColourSamples* out);
+  // The colour transform and the exact lanes of its three components.
+  bool (*colourLanes)(const uint8_t* const* planes, size_t pitch, uint32_t n, ColourSamples* out,
+                      LaneResidues* lanes);
   // Bits of a lane's codes and fields when groups narrower than `escape`
   // take their width and the others `codedBits`.
   uint32_t (*laneBits)(const LaneResidues& lane, uint32_t escape, uint32_t codedBits);

@@ -57,32 +57,100 @@ void Avx2ByteLanePair(const uint8_t* first, const uint8_t* second, size_t pitch,
                        reinterpret_cast<__m128i*>(firstOut->width), packed);
 }
 
-// A whole row of 16-bit samples in one register.
-void Avx2ExactLane(const int16_t* samples, LaneResidues* out) {
-  constexpr int kLowQuadwords = 0x08;  // quadwords 0 and 2: each half's first
-  const __m256i base =
-      _mm256_set_m128i(_mm_setzero_si128(), _mm_cvtsi32_si128(static_cast<uint16_t>(samples[0])));
-  __m256i above = _mm256_setzero_si256();
+// An exactly reproduced lane, a whole row of 16-bit samples in one register.
+struct ExactRows {
+  __m256i base;   // the lane's first sample, in element 0
+  __m256i above;  // horizontal differences of the row above
   __m128i widths[kBlockHeight];
+};
+
+constexpr int kLowQuadwords = 0x08;  // quadwords 0 and 2: the first of each half
+
+inline void ExactRow(__m256i s, uint32_t y, ExactRows* lane, uint8_t* zig) {
+  // Left neighbours: the row moved up one sample across the two halves.
+  const __m256i lowIntoHigh = _mm256_permute2x128_si256(s, s, kLowQuadwords);
+  const __m256i left = _mm256_or_si256(_mm256_alignr_epi8(s, lowIntoHigh, 14), lane->base);
+  const __m256i h = _mm256_sub_epi16(s, left);
+  const __m256i d = _mm256_sub_epi16(h, lane->above);
+  lane->above = h;
+  const __m256i z = _mm256_xor_si256(_mm256_add_epi16(d, d), _mm256_srai_epi16(d, 15));
+  const __m256i bytes = _mm256_permute4x64_epi64(_mm256_packus_epi16(z, z), kLowQuadwords);
+  _mm_store_si128(reinterpret_cast<__m128i*>(zig), _mm256_castsi256_si128(bytes));
+  __m256i o = _mm256_or_si256(z, _mm256_srli_epi64(z, 32));
+  o = _mm256_or_si256(o, _mm256_srli_epi64(o, 16));
+  const __m256i firsts =
+      _mm256_permute4x64_epi64(_mm256_shuffle_epi32(o, _MM_SHUFFLE(3, 1, 2, 0)), kLowQuadwords);
+  lane->widths[y] =
+      BitWidths32(_mm_and_si128(_mm256_castsi256_si128(firsts), _mm_set1_epi32(0xffff)));
+}
+
+void Avx2ExactLane(const int16_t* samples, LaneResidues* out) {
+  ExactRows lane;
+  lane.base =
+      _mm256_set_m128i(_mm_setzero_si128(), _mm_cvtsi32_si128(static_cast<uint16_t>(samples[0])));
+  lane.above = _mm256_setzero_si256();
   for (uint32_t y = 0; y < kBlockHeight; ++y) {
     const __m256i s = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(samples + y * kBlockWidth));
-    // Left neighbours: the row moved up one sample across the two halves.
-    const __m256i lowIntoHigh = _mm256_permute2x128_si256(s, s, kLowQuadwords);
-    const __m256i left = _mm256_or_si256(_mm256_alignr_epi8(s, lowIntoHigh, 14), base);
-    const __m256i h = _mm256_sub_epi16(s, left);
-    const __m256i d = _mm256_sub_epi16(h, above);
-    above = h;
-    const __m256i z = _mm256_xor_si256(_mm256_add_epi16(d, d), _mm256_srai_epi16(d, 15));
-    const __m256i bytes = _mm256_permute4x64_epi64(_mm256_packus_epi16(z, z), kLowQuadwords);
-    _mm_store_si128(reinterpret_cast<__m128i*>(out->zig + y * kBlockWidth),
-                    _mm256_castsi256_si128(bytes));
-    __m256i o = _mm256_or_si256(z, _mm256_srli_epi64(z, 32));
-    o = _mm256_or_si256(o, _mm256_srli_epi64(o, 16));
-    const __m256i firsts = _mm256_permute4x64_epi64(
-        _mm256_shuffle_epi32(o, _MM_SHUFFLE(3, 1, 2, 0)), kLowQuadwords);
-    widths[y] = BitWidths32(_mm_and_si128(_mm256_castsi256_si128(firsts), _mm_set1_epi32(0xffff)));
+    ExactRow(s, y, &lane, out->zig + y * kBlockWidth);
   }
-  StoreWidths(widths, out);
+  StoreWidths(lane.widths, out);
+}
+
+// The transform as SSE2 does it, then the wide exact lanes.
+bool Avx2ColourLanes(const uint8_t* const* planes, size_t pitch, uint32_t n, ColourSamples* out,
+                     LaneResidues* lanes) {
+  if (!X86ColourTransform(planes, pitch, n, out)) return false;
+  for (uint32_t c = 0; c < kRgb565Components; ++c) Avx2ExactLane(out->c[c], &lanes[c]);
+  return true;
+}
+
+// Two block rows (eight groups) at a time.
+uint32_t Avx2PackLane(const LaneResidues& lane, const LaneCoding& coding, LanePack* out) {
+  const __m128i zero = _mm_setzero_si128();
+  const __m128i width = _mm_load_si128(reinterpret_cast<const __m128i*>(lane.width));
+  const __m128i narrow = _mm_cmplt_epi8(width, _mm_set1_epi8(static_cast<char>(coding.escape)));
+  const __m128i fieldBits =
+      Select(narrow, width, _mm_set1_epi8(static_cast<char>(coding.codedBits)));
+  const uint32_t otherCode = coding.wideCode != 0 ? coding.wideCode : coding.escape;
+  _mm_store_si128(reinterpret_cast<__m128i*>(out->code),
+                  Select(narrow, width, _mm_set1_epi8(static_cast<char>(otherCode))));
+  const __m128i doubled = _mm_add_epi8(fieldBits, fieldBits);
+  _mm_store_si128(reinterpret_cast<__m128i*>(out->fieldBits), _mm_add_epi8(doubled, doubled));
+  const bool rawBytes = coding.wideCode == 0 && coding.rawRows != nullptr;
+  const __m128i escaped = coding.wideCode == 0 ? _mm_cmpeq_epi8(narrow, zero) : zero;
+  const __m256i bias = _mm256_set1_epi32(kFloatExponentBias);
+  // Field widths and escape masks of rows 0-1, then of rows 2-3.
+  const __m128i rowWidths[2] = {fieldBits, _mm_srli_si128(fieldBits, 8)};
+  const __m128i rowEscapes[2] = {escaped, _mm_srli_si128(escaped, 8)};
+  for (uint32_t y = 0; y < kBlockHeight; y += 2) {
+    const uint32_t first = y * kGroupsPerRow;  // first group of the two rows
+    const __m256i widths = _mm256_cvtepu8_epi32(rowWidths[y / 2]);
+    const __m256i raw = _mm256_cvtepi8_epi32(rowEscapes[y / 2]);
+    // The same two-step packing as PackGroups, on eight groups.
+    const __m256i power = _mm256_cvttps_epi32(
+        _mm256_castsi256_ps(_mm256_slli_epi32(_mm256_add_epi32(widths, bias), kFloatMantissaBits)));
+    const __m256i pairScale = _mm256_or_si256(power, _mm256_slli_epi32(power, 16));
+    const __m256i fields =
+        _mm256_loadu_si256(reinterpret_cast<const __m256i*>(lane.zig + y * kBlockWidth));
+    const __m256i pairs =
+        _mm256_or_si256(_mm256_and_si256(fields, _mm256_set1_epi16(0xff)),
+                        _mm256_mullo_epi16(_mm256_srli_epi16(fields, 8), pairScale));
+    const __m256i halfScale = _mm256_or_si256(
+        _mm256_set1_epi32(1), _mm256_slli_epi32(_mm256_mullo_epi16(power, power), 16));
+    __m256i packed = _mm256_madd_epi16(pairs, halfScale);
+    if (rawBytes) {
+      const __m256i samples =
+          _mm256_loadu2_m128i(reinterpret_cast<const __m128i*>(coding.rawRows + (y + 1) * coding.rawPitch),
+                              reinterpret_cast<const __m128i*>(coding.rawRows + y * coding.rawPitch));
+      packed = _mm256_blendv_epi8(packed, samples, raw);
+    } else {
+      packed = _mm256_andnot_si256(raw, packed);
+    }
+    __m256i* at = reinterpret_cast<__m256i*>(out->fields + first);
+    _mm256_storeu_si256(at, _mm256_cvtepu32_epi64(_mm256_castsi256_si128(packed)));
+    _mm256_storeu_si256(at + 1, _mm256_cvtepu32_epi64(_mm256_extracti128_si256(packed, 1)));
+  }
+  return static_cast<uint32_t>(_mm_movemask_epi8(escaped));
 }
 
 // Four groups at a time: each lane's fields shifted by the bits of the
@@ -115,6 +183,8 @@ void Avx2JoinGroupFields(const LanePack* packs, uint32_t lanes, uint64_t* joined
 constexpr LaneKernels WithWideRoutines(LaneKernels k) {
   k.byteLanePair = Avx2ByteLanePair;
   k.exactLane = Avx2ExactLane;
+  k.colourLanes = Avx2ColourLanes;
+  k.packLane = Avx2PackLane;
   k.joinGroupFields = Avx2JoinGroupFields;
   return k;
 }

@@ -202,6 +202,13 @@ bool X86ColourTransform(const uint8_t* const* planes, size_t pitch, uint32_t n,
   return _mm_movemask_epi8(clear) == 0xffff;
 }
 
+bool X86ColourLanes(const uint8_t* const* planes, size_t pitch, uint32_t n, ColourSamples* out,
+                    LaneResidues* lanes) {
+  if (!X86ColourTransform(planes, pitch, n, out)) return false;
+  for (uint32_t c = 0; c < kRgb565Components; ++c) X86ExactLane(out->c[c], &lanes[c]);
+  return true;
+}
+
 uint32_t X86LaneBits(const LaneResidues& lane, uint32_t escape, uint32_t codedBits) {
   const __m128i width = _mm_load_si128(reinterpret_cast<const __m128i*>(lane.width));
   const __m128i narrow = _mm_cmplt_epi8(width, _mm_set1_epi8(static_cast<char>(escape)));
@@ -378,7 +385,7 @@ void PlainJoinFields(const LanePack* packs, uint32_t lanes, uint64_t* joined, ui
 }
 
 constexpr LaneKernels MakeX86LaneKernels(const char* name) {
-  return LaneKernels{name,          X86ByteLane,   X86ByteLanePair, X86ExactLane,    X86Rgb565Lanes, X86ColourTransform,
+  return LaneKernels{name,          X86ByteLane,   X86ByteLanePair, X86ExactLane,    X86Rgb565Lanes, X86ColourTransform, X86ColourLanes,
                      X86LaneBits,   X86PackLane,   X86PackCodes,    PlainJoinFields,
                      X86SplitQuads, X86SplitRgb565};
 }

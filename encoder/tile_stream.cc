@@ -153,11 +153,11 @@ void PlanBytePlane(const TileShape& s, const LaneKernels& k, const TileComponent
     }
   }
   bool colour = false;
-  if (s.colourPossible && k.colourTransform(t.plane, t.pitch, s.sampleBits[0], &scratch->colour)) {
+  if (s.colourPossible && k.colourLanes(t.plane, t.pitch, s.sampleBits[0], &scratch->colour,
+                                        scratch->exactLanes)) {
     uint64_t colourBits = s.headerBits + sharedBits + 2;  // components 1 and 2 are one bit wider
     for (uint32_t c = 0; c < s.components; ++c) colourBits += s.sampleBits[c];
     for (uint32_t c = 0; c < kColourComponents; ++c) {
-      k.exactLane(scratch->colour.c[c], &scratch->exactLanes[c]);
       const uint32_t codedBits = s.sampleBits[c] + (c == 0 ? 0 : 1);
       colourBits += k.laneBits(scratch->exactLanes[c], s.escape[c], codedBits);
     }
@@ -202,11 +202,11 @@ void PlanRgb565(const TileShape& s, const LaneKernels& k, const TileComponents& 
     directBits += s.sampleBits[c] + k.laneBits(direct[c], kNoEscape, 0);
   }
   bool colour = false;
-  if (s.colourPossible && k.colourTransform(t.plane, t.pitch, s.sampleBits[0], &scratch->colour)) {
+  if (s.colourPossible && k.colourLanes(t.plane, t.pitch, s.sampleBits[0], &scratch->colour,
+                                        scratch->exactLanes)) {
     uint64_t colourBits = s.headerBits;
     for (uint32_t c = 0; c < kColourComponents; ++c) {
       const uint32_t codedBits = s.sampleBits[c] + (c == 0 ? 0 : 1);
-      k.exactLane(scratch->colour.c[c], &scratch->exactLanes[c]);
       colourBits += codedBits + k.laneBits(scratch->exactLanes[c], s.escape[c], codedBits);
     }
     if (colourBits < directBits) {

@@ -327,6 +327,14 @@ TEST(EncodeKernels, VectorRoutinesMatchThePlainOnes) {
         if (fits) {
           EXPECT_EQ(0, std::memcmp(&a, &v, sizeof a)) << "colour, " << at;
         }
+        LaneResidues lanesWant[3];
+        LaneResidues lanesGot[3];
+        ASSERT_EQ(plain.colourLanes(rows, kWidth, bits, &a, lanesWant), fits) << "colour lanes, " << at;
+        ASSERT_EQ(vector->colourLanes(rows, kWidth, bits, &v, lanesGot), fits) << "colour lanes, " << at;
+        for (int c = 0; c < 3 && fits; ++c) {
+          ExpectSameLane(lanesGot[c], lanesWant[c], "colour lanes, " + at);
+          EXPECT_EQ(0, std::memcmp(a.c[c], v.c[c], sizeof a.c[c])) << "colour lanes, " << at;
+        }
       }
       for (uint32_t escape = 1; escape <= 8; ++escape) {
         for (uint32_t codedBits : {5u, 8u, 9u}) {
