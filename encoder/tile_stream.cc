@@ -123,19 +123,24 @@ WriteLane ExactWriteLane(const LaneResidues* residues, const int16_t* samples, u
 
 // Byte-packed planes: per block and component a lane modulo 256; with the
 // colour flag, components 0-2 of the single block exactly instead.
+// `kComponents` and `kBlocks` are the shape's counts when they are known at
+// compile time (0 otherwise), so that the configured planes' loops unroll.
+template <uint32_t kComponents, uint32_t kBlocks>
 void PlanBytePlane(const TileShape& s, const LaneKernels& k, const TileComponents& t,
                    PlanScratch* scratch, StreamPlan* plan) {
+  const uint32_t components = kComponents != 0 ? kComponents : s.components;
+  const uint32_t blocks = kBlocks != 0 ? kBlocks : s.blocks;
   const uint32_t alpha = LastComponentConstant(s, t) ? 1 : 0;
-  const uint32_t coded = s.components - alpha;
+  const uint32_t coded = components - alpha;
   uint64_t plainBits = s.headerBits;
-  for (uint32_t b = 0; b < s.blocks; ++b) {
-    for (uint32_t c = 0; c < s.components; ++c) plainBits += s.sampleBits[c];
+  for (uint32_t b = 0; b < blocks; ++b) {
+    for (uint32_t c = 0; c < components; ++c) plainBits += s.sampleBits[c];
   }
   // Residues of every coded lane, two lanes to a call.
   const uint8_t* rows[kMaxLanes];
   LaneResidues* lanes[kMaxLanes];
   uint32_t count = 0;
-  for (uint32_t b = 0; b < s.blocks; ++b) {
+  for (uint32_t b = 0; b < blocks; ++b) {
     for (uint32_t c = 0; c < coded; ++c, ++count) {
       rows[count] = BlockRows(s, t, b, c);
       lanes[count] = &scratch->byteLanes[b][c];
@@ -145,7 +150,7 @@ void PlanBytePlane(const TileShape& s, const LaneKernels& k, const TileComponent
   for (; i + 1 < count; i += 2) k.byteLanePair(rows[i], rows[i + 1], t.pitch, lanes[i], lanes[i + 1]);
   if (i < count) k.byteLane(rows[i], t.pitch, lanes[i]);
   uint64_t sharedBits = 0;  // lanes both flag settings code the same way
-  for (uint32_t b = 0; b < s.blocks; ++b) {
+  for (uint32_t b = 0; b < blocks; ++b) {
     for (uint32_t c = 0; c < coded; ++c) {
       const uint32_t bits = k.laneBits(scratch->byteLanes[b][c], s.escape[c], s.sampleBits[c]);
       plainBits += bits;
@@ -156,7 +161,7 @@ void PlanBytePlane(const TileShape& s, const LaneKernels& k, const TileComponent
   if (s.colourPossible && k.colourLanes(t.plane, t.pitch, s.sampleBits[0], &scratch->colour,
                                         scratch->exactLanes)) {
     uint64_t colourBits = s.headerBits + sharedBits + 2;  // components 1 and 2 are one bit wider
-    for (uint32_t c = 0; c < s.components; ++c) colourBits += s.sampleBits[c];
+    for (uint32_t c = 0; c < components; ++c) colourBits += s.sampleBits[c];
     for (uint32_t c = 0; c < kColourComponents; ++c) {
       const uint32_t codedBits = s.sampleBits[c] + (c == 0 ? 0 : 1);
       colourBits += k.laneBits(scratch->exactLanes[c], s.escape[c], codedBits);
@@ -171,8 +176,8 @@ void PlanBytePlane(const TileShape& s, const LaneKernels& k, const TileComponent
   plan->alphaFlag = alpha;
   plan->baseCount = 0;
   plan->laneCount = 0;
-  for (uint32_t b = 0; b < s.blocks; ++b) {
-    for (uint32_t c = 0; c < s.components; ++c) {
+  for (uint32_t b = 0; b < blocks; ++b) {
+    for (uint32_t c = 0; c < components; ++c) {
       const bool exact = colour && c < kColourComponents;
       const uint32_t codedBits = s.sampleBits[c] + (exact && c != 0 ? 1 : 0);
       if (c >= coded) {  // the constant component: block 0's first sample
@@ -188,6 +193,23 @@ void PlanBytePlane(const TileShape& s, const LaneKernels& k, const TileComponent
             ByteWriteLane(&scratch->byteLanes[b][c], rows, t.pitch, s.escape[c], codedBits);
       }
     }
+  }
+}
+
+// The configured byte-packed planes with their counts fixed: RGBA8888 (four
+// components, one block), NV12 luma (one, four) and chroma (two, two).
+void PlanByteTile(const TileShape& s, const LaneKernels& k, const TileComponents& t,
+                  PlanScratch* scratch, StreamPlan* plan) {
+  constexpr uint32_t kChromaComponents = 2;
+  constexpr uint32_t kChromaBlocks = 2;
+  if (s.components == kMaxComponents && s.blocks == 1) {
+    PlanBytePlane<kMaxComponents, 1>(s, k, t, scratch, plan);
+  } else if (s.components == 1 && s.blocks == kMaxBlocks) {
+    PlanBytePlane<1, kMaxBlocks>(s, k, t, scratch, plan);
+  } else if (s.components == kChromaComponents && s.blocks == kChromaBlocks) {
+    PlanBytePlane<kChromaComponents, kChromaBlocks>(s, k, t, scratch, plan);
+  } else {
+    PlanBytePlane<0, 0>(s, k, t, scratch, plan);
   }
 }
 
@@ -349,7 +371,7 @@ uint64_t EncodeTileStream(const TileShape& shape, const LaneKernels& kernels,
   if (shape.rgb565) {
     PlanRgb565(shape, kernels, tile, &scratch, &plan);
   } else {
-    PlanBytePlane(shape, kernels, tile, &scratch, &plan);
+    PlanByteTile(shape, kernels, tile, &scratch, &plan);
   }
   *plannedBits = plan.bits;
   // Round up to whole units; keep the stream only when it is shorter than
