@@ -11,7 +11,7 @@ namespace pelcast {
 // of the plane selected by the context's planeIndex) into `output` (at least
 // 256 bytes) and stores its length in 64-byte units in *unitCount. The
 // stream is the shortest the tile format allows for the tile (see
-// tile_encoder.cc), or the raw tile when no stream is shorter than it.
+// tile_stream.cc), or the raw tile when no stream is shorter than it.
 // Returns 1 after storing the tile, 0 without writing anything for bad
 // parameter counts or null pointers.
 int64_t EncodeZpakTile(ZpakContext* context, const uint8_t* ordered, uint8_t* output,
