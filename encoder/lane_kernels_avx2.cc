@@ -4,8 +4,6 @@
 // Shared headers come first, so that their inline functions keep the base
 // target and no AVX2 copy of them can be chosen by the linker for other
 // files.
-#include <cstring>
-
 #include "encoder/lane_kernels.h"
 #include "encoder/lane_math.h"
 
@@ -153,31 +151,29 @@ uint32_t Avx2PackLane(const LaneResidues& lane, const LaneCoding& coding, LanePa
   return static_cast<uint32_t>(_mm_movemask_epi8(escaped));
 }
 
-// Four groups at a time: each lane's fields shifted by the bits of the
-// lanes before it (AVX2 shifts give 0 for counts of 64 and more).
+// Each lane's fields shifted by the bits of the lanes before it, four groups
+// at a time (AVX2 shifts give 0 for counts of 64 and more). The offsets stay
+// bytes (totals are below 256) until they are widened for the shifts.
 void Avx2JoinGroupFields(const LanePack* packs, uint32_t lanes, uint64_t* joined, uint8_t* bits) {
-  constexpr uint32_t kGroupsPerStep = 4;
-  for (uint32_t g = 0; g < kGroupsPerBlock; g += kGroupsPerStep) {
-    __m256i word = _mm256_setzero_si256();
-    __m256i at = _mm256_setzero_si256();
-    for (uint32_t l = 0; l < lanes; ++l) {
+  constexpr uint32_t kSteps = kGroupsPerBlock / 4;
+  __m256i word[kSteps];
+  for (uint32_t q = 0; q < kSteps; ++q) word[q] = _mm256_setzero_si256();
+  __m128i offset = _mm_setzero_si128();
+  for (uint32_t l = 0; l < lanes; ++l) {
+    // Groups 4q to 4q + 3 of the offsets in the low four bytes.
+    const __m128i groups[kSteps] = {offset, _mm_srli_si128(offset, 4), _mm_srli_si128(offset, 8),
+                                    _mm_srli_si128(offset, 12)};
+    for (uint32_t q = 0; q < kSteps; ++q) {
       const __m256i fields =
-          _mm256_loadu_si256(reinterpret_cast<const __m256i*>(packs[l].fields + g));
-      uint32_t fieldBits = 0;
-      std::memcpy(&fieldBits, packs[l].fieldBits + g, sizeof fieldBits);
-      word = _mm256_or_si256(word, _mm256_sllv_epi64(fields, at));
-      at = _mm256_add_epi64(at, _mm256_cvtepu8_epi64(_mm_cvtsi32_si128(static_cast<int>(fieldBits))));
+          _mm256_loadu_si256(reinterpret_cast<const __m256i*>(packs[l].fields + 4 * q));
+      word[q] = _mm256_or_si256(word[q], _mm256_sllv_epi64(fields, _mm256_cvtepu8_epi64(groups[q])));
     }
-    _mm256_storeu_si256(reinterpret_cast<__m256i*>(joined + g), word);
-    // The four totals (below 256) to bytes.
-    const __m256i totals = _mm256_shuffle_epi8(
-        at, _mm256_setr_epi8(0, 8, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1,
-                             0, 8, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1));
-    const uint32_t low = static_cast<uint16_t>(_mm256_extract_epi16(totals, 0));
-    const uint32_t high = static_cast<uint16_t>(_mm256_extract_epi16(totals, 8));
-    const uint32_t four = low | high << 16;
-    std::memcpy(bits + g, &four, sizeof four);
+    offset = _mm_add_epi8(offset, _mm_load_si128(reinterpret_cast<const __m128i*>(packs[l].fieldBits)));
   }
+  for (uint32_t q = 0; q < kSteps; ++q) {
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(joined + 4 * q), word[q]);
+  }
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(bits), offset);
 }
 
 constexpr LaneKernels WithWideRoutines(LaneKernels k) {
