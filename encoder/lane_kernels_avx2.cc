@@ -94,10 +94,39 @@ void Avx2ExactLane(const int16_t* samples, LaneResidues* out) {
   StoreWidths(lane.widths, out);
 }
 
-// The transform as SSE2 does it, then the wide exact lanes.
+// The transform a whole row at a time.
+bool Avx2ColourTransform(const uint8_t* const* planes, size_t pitch, uint32_t n,
+                         ColourSamples* out) {
+  const __m256i limit = _mm256_set1_epi16(static_cast<int16_t>(1 << n));
+  __m128i all = _mm_setzero_si128();
+  for (uint32_t y = 0; y < kBlockHeight; ++y) {
+    const __m128i b0 = Load(planes[0] + y * pitch);
+    const __m128i b1 = Load(planes[1] + y * pitch);
+    const __m128i b2 = Load(planes[2] + y * pitch);
+    all = _mm_or_si128(all, _mm_or_si128(b0, _mm_or_si128(b1, b2)));
+    const __m256i c0 = _mm256_cvtepu8_epi16(b0);
+    const __m256i c1 = _mm256_cvtepu8_epi16(b1);
+    const __m256i c2 = _mm256_cvtepu8_epi16(b2);
+    const __m256i co = _mm256_sub_epi16(c0, c2);
+    const __m256i t = _mm256_add_epi16(c2, _mm256_srai_epi16(co, 1));
+    const __m256i cg = _mm256_sub_epi16(c1, t);
+    const uint32_t at = y * kBlockWidth;
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(out->c[0] + at),
+                        _mm256_add_epi16(t, _mm256_srai_epi16(cg, 1)));
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(out->c[1] + at), _mm256_add_epi16(co, limit));
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(out->c[2] + at), _mm256_add_epi16(cg, limit));
+  }
+  // Every sample is below 2^n when the OR of all of them is.
+  if (n >= kByteBits) return true;
+  const __m128i high = _mm_set1_epi8(static_cast<char>(0xff << n));
+  const __m128i clear = _mm_cmpeq_epi8(_mm_and_si128(all, high), _mm_setzero_si128());
+  return _mm_movemask_epi8(clear) == 0xffff;
+}
+
+// The transform, then the wide exact lanes.
 bool Avx2ColourLanes(const uint8_t* const* planes, size_t pitch, uint32_t n, ColourSamples* out,
                      LaneResidues* lanes) {
-  if (!X86ColourTransform(planes, pitch, n, out)) return false;
+  if (!Avx2ColourTransform(planes, pitch, n, out)) return false;
   for (uint32_t c = 0; c < kRgb565Components; ++c) Avx2ExactLane(out->c[c], &lanes[c]);
   return true;
 }
@@ -179,6 +208,7 @@ void Avx2JoinGroupFields(const LanePack* packs, uint32_t lanes, uint64_t* joined
 constexpr LaneKernels WithWideRoutines(LaneKernels k) {
   k.byteLanePair = Avx2ByteLanePair;
   k.exactLane = Avx2ExactLane;
+  k.colourTransform = Avx2ColourTransform;
   k.colourLanes = Avx2ColourLanes;
   k.packLane = Avx2PackLane;
   k.joinGroupFields = Avx2JoinGroupFields;
