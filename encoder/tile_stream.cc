@@ -87,16 +87,21 @@ const uint8_t* BlockRows(const TileShape& s, const TileComponents& t, uint32_t b
   return t.plane[c] + s.blockY[b] * t.pitch + s.blockX[b];
 }
 
+// `kWidth` and `kHeight` are the tile's size when known at compile time (0
+// otherwise).
+template <uint32_t kWidth, uint32_t kHeight>
 bool LastComponentConstant(const TileShape& s, const TileComponents& t) {
   if (!s.alphaFlag || s.components != kMaxComponents) return false;
   // Eight samples at a time against the first one repeated.
   constexpr uint64_t kEveryByte = 0x0101010101010101;
   constexpr uint32_t kWordSamples = sizeof(uint64_t);
+  const uint32_t width = kWidth != 0 ? kWidth : s.tileWidth;
+  const uint32_t height = kHeight != 0 ? kHeight : s.tileHeight;
   const uint8_t* plane = t.plane[kAlphaComponent];
   const uint64_t repeated = plane[0] * kEveryByte;
   uint64_t differing = 0;
-  for (uint32_t y = 0; y < s.tileHeight; ++y) {
-    for (uint32_t x = 0; x < s.tileWidth; x += kWordSamples) {
+  for (uint32_t y = 0; y < height; ++y) {
+    for (uint32_t x = 0; x < width; x += kWordSamples) {
       uint64_t word = 0;
       std::memcpy(&word, plane + y * t.pitch + x, sizeof word);
       differing |= word ^ repeated;
@@ -130,7 +135,10 @@ void PlanBytePlane(const TileShape& s, const LaneKernels& k, const TileComponent
                    PlanScratch* scratch, StreamPlan* plan) {
   const uint32_t components = kComponents != 0 ? kComponents : s.components;
   const uint32_t blocks = kBlocks != 0 ? kBlocks : s.blocks;
-  const uint32_t alpha = LastComponentConstant(s, t) ? 1 : 0;
+  // A single block of four components is one 16 x 4 block.
+  constexpr bool kOneBlock = kComponents == kMaxComponents && kBlocks == 1;
+  const uint32_t alpha =
+      LastComponentConstant<kOneBlock ? kBlockWidth : 0, kOneBlock ? kBlockHeight : 0>(s, t) ? 1 : 0;
   const uint32_t coded = components - alpha;
   uint64_t plainBits = s.headerBits;
   for (uint32_t b = 0; b < blocks; ++b) {
@@ -288,21 +296,32 @@ void WriteStream(const TileShape& s, const LaneKernels& k, const StreamPlan& pla
                  const LanePack* packs, uint8_t* output, size_t capacity) {
   const uint32_t lanes = kLanes != 0 ? kLanes : plan.laneCount;
   TileBitWriter writer = MakeTileBitWriter(output, capacity);
-  if (s.colourFlag) Append<kInBounds>(&writer, plan.colourFlag, kHeaderFlagBits);
-  if (s.alphaFlag) Append<kInBounds>(&writer, plan.alphaFlag, kHeaderFlagBits);
-  for (uint32_t i = 0; i < plan.baseCount; ++i) {
-    Append<kInBounds>(&writer, plan.base[i], plan.baseBits[i]);
-  }
+  // Flags and bases, gathered into as few appends as they fit.
+  uint64_t word = 0;
+  uint32_t used = 0;
+  auto gather = [&](uint64_t value, uint32_t bits) {
+    if (used + bits > kWidestField) {
+      Append<kInBounds>(&writer, word, used);
+      word = 0;
+      used = 0;
+    }
+    word |= value << used;
+    used += bits;
+  };
+  if (s.colourFlag) gather(plan.colourFlag, kHeaderFlagBits);
+  if (s.alphaFlag) gather(plan.alphaFlag, kHeaderFlagBits);
+  for (uint32_t i = 0; i < plan.baseCount; ++i) gather(plan.base[i], plan.baseBits[i]);
+  Append<kInBounds>(&writer, word, used);
   const uint32_t groupCodeBits = kCodeBits * lanes;
   if (kLanes != 0) {
     // Three or four lanes: the codes of four groups at a time.
     uint64_t words[kGroupsPerBlock / kCodeGroupsPerWord];
     k.packCodes(packs, kLanes, words);
-    for (uint64_t word : words) Append<kInBounds>(&writer, word, kCodeGroupsPerWord * groupCodeBits);
+    for (uint64_t codes : words) Append<kInBounds>(&writer, codes, kCodeGroupsPerWord * groupCodeBits);
   } else {
     // The codes of as many whole groups as fit one field at a time.
-    uint64_t word = 0;
-    uint32_t used = 0;
+    word = 0;
+    used = 0;
     for (uint32_t g = 0; g < kGroupsPerBlock; ++g) {
       if (used + groupCodeBits > kWidestField) {
         Append<kInBounds>(&writer, word, used);
