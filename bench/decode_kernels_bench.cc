@@ -1,6 +1,6 @@
 // The decoder's tile kernels side by side: the general tile decoder, the
-// portable specialised kernel and the AVX2 one, on whole corpus frames and on
-// tiles cut from them.
+// portable specialised kernel and the vector one of the processor (AVX2 or
+// NEON), on whole corpus frames and on tiles cut from them.
 //
 //   decode_kernel/<format>/<kernel>/<subject>   frame decode with that kernel
 //   decode_tile/<plane>/<kernel>                DecodeTile (general) or the kernel
@@ -30,6 +30,7 @@ constexpr KernelCase kKernels[] = {
     {TileKernel::kExact, "general"},
     {TileKernel::kPlain, "plain"},
     {TileKernel::kAvx2, "avx2"},
+    {TileKernel::kNeon, "neon"},
 };
 
 struct FormatCase {

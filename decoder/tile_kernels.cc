@@ -248,9 +248,15 @@ void DecodeCompressedTilePlain(TileKind kind, const uint8_t* padded, uint8_t* ou
   }
 }
 
+// Vector kernels of other architectures; TileKernelAvailable never offers
+// them here.
 #if !defined(__x86_64__)
-// No vector kernel on this architecture; TileKernelAvailable never offers it.
 void DecodeCompressedTileAvx2(TileKind kind, const uint8_t* padded, uint8_t* out, uint64_t pitch) {
+  DecodeCompressedTilePlain(kind, padded, out, pitch);
+}
+#endif
+#if !defined(__aarch64__)
+void DecodeCompressedTileNeon(TileKind kind, const uint8_t* padded, uint8_t* out, uint64_t pitch) {
   DecodeCompressedTilePlain(kind, padded, out, pitch);
 }
 #endif
@@ -259,12 +265,24 @@ void DecodeCompressedTileAvx2(TileKind kind, const uint8_t* padded, uint8_t* out
 
 bool TileKernelAvailable(TileKernel kernel) {
   static const bool avx2 = CpuHasAvx2();
-  return kernel != TileKernel::kAvx2 || avx2;
+  switch (kernel) {
+    case TileKernel::kAvx2:
+      return avx2;
+    case TileKernel::kNeon:
+#if defined(__aarch64__)
+      return true;  // NEON is part of every arm64 processor
+#else
+      return false;
+#endif
+    default:
+      return true;
+  }
 }
 
 TileKernel BestTileKernel() {
-  static const TileKernel best =
-      TileKernelAvailable(TileKernel::kAvx2) ? TileKernel::kAvx2 : TileKernel::kPlain;
+  static const TileKernel best = TileKernelAvailable(TileKernel::kAvx2)   ? TileKernel::kAvx2
+                                 : TileKernelAvailable(TileKernel::kNeon) ? TileKernel::kNeon
+                                                                          : TileKernel::kPlain;
   return best;
 }
 
@@ -304,10 +322,16 @@ void ExpandRawTile(TileKind kind, const uint8_t* stored, uint8_t* out, uint64_t 
 
 void DecodeCompressedTile(TileKernel kernel, TileKind kind, const uint8_t* padded, uint8_t* out,
                           uint64_t pitch) {
-  if (kernel == TileKernel::kAvx2) {
-    DecodeCompressedTileAvx2(kind, padded, out, pitch);
-  } else {
-    DecodeCompressedTilePlain(kind, padded, out, pitch);
+  switch (kernel) {
+    case TileKernel::kAvx2:
+      DecodeCompressedTileAvx2(kind, padded, out, pitch);
+      break;
+    case TileKernel::kNeon:
+      DecodeCompressedTileNeon(kind, padded, out, pitch);
+      break;
+    default:
+      DecodeCompressedTilePlain(kind, padded, out, pitch);
+      break;
   }
 }
 

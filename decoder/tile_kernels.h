@@ -54,6 +54,7 @@ enum class TileKernel : uint8_t {
   kExact,  // the general tile decoder, tile by tile through the context's buffers
   kPlain,  // the specialised decoder in portable code
   kAvx2,   // the specialised decoder with AVX2 and BMI2 (x86-64 processors that have them)
+  kNeon,   // the specialised decoder with NEON (arm64)
 };
 
 // True when `kernel` can run on this processor.
@@ -108,6 +109,7 @@ void DecodeCompressedTile(TileKernel kernel, TileKind kind, const uint8_t* padde
 namespace tile_kernels_detail {
 void DecodeCompressedTilePlain(TileKind kind, const uint8_t* padded, uint8_t* out, uint64_t pitch);
 void DecodeCompressedTileAvx2(TileKind kind, const uint8_t* padded, uint8_t* out, uint64_t pitch);
+void DecodeCompressedTileNeon(TileKind kind, const uint8_t* padded, uint8_t* out, uint64_t pitch);
 }  // namespace tile_kernels_detail
 
 }  // namespace pelcast

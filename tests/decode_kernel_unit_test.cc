@@ -48,11 +48,15 @@ const KindCase kKinds[] = {
 
 std::vector<TileKernel> FastKernels() {
   std::vector<TileKernel> kernels{TileKernel::kPlain};
-  if (TileKernelAvailable(TileKernel::kAvx2)) kernels.push_back(TileKernel::kAvx2);
+  for (TileKernel vector : {TileKernel::kAvx2, TileKernel::kNeon}) {
+    if (TileKernelAvailable(vector)) kernels.push_back(vector);
+  }
   return kernels;
 }
 
-const char* KernelName(TileKernel k) { return k == TileKernel::kAvx2 ? "avx2" : "plain"; }
+const char* KernelName(TileKernel k) {
+  return k == TileKernel::kAvx2 ? "avx2" : (k == TileKernel::kNeon ? "neon" : "plain");
+}
 
 // The general decoder's raster tile for the stored bytes (cut to the kind's
 // staged length, then zeros, as the frame decoders stage them).

@@ -1,0 +1,249 @@
+// The NEON kernel (arm64, where NEON is always present). The layout is the
+// AVX2 kernel's: a group index g of a tile holds one 4-sample field set per
+// series, series s in 16-bit lanes 4s to 4s + 3; here the sixteen lanes are
+// two 128-bit vectors, series 0 and 1, then series 2 and 3. Field sets are
+// spread into their lanes with scalar shifts, and each block row is rebuilt
+// with the vertical-difference form of the gradient prediction (see
+// tile_kernels.h).
+#if defined(__aarch64__)
+
+#include <arm_neon.h>
+
+#include <cstring>
+
+#include "decoder/tile_fields.h"
+#include "decoder/tile_kernels.h"
+
+namespace pelcast::tile_kernels_detail {
+namespace {
+
+constexpr uint32_t kLaneBits = 16;
+
+// Residuals and raw-group masks of every (group, series), four 16-bit lanes
+// each, so that a group loads as two vectors.
+struct GroupLanes {
+  alignas(16) uint64_t residuals[kGroups][kMaxSeries];
+  alignas(16) uint64_t raw[kGroups][kMaxSeries];
+};
+
+// Four residuals of `width` bits from the front of `window`, one a lane.
+inline uint64_t SpreadFields(uint64_t window, uint32_t width) {
+  const uint64_t mask = (uint64_t{1} << width) - 1;
+  return (window & mask) | ((window >> width) & mask) << kLaneBits |
+         ((window >> (2 * width)) & mask) << (2 * kLaneBits) |
+         ((window >> (3 * width)) & mask) << (3 * kLaneBits);
+}
+
+template <uint32_t S>
+void ReadGroups(const uint8_t* padded, const TileFields& f, GroupLanes* v) {
+  uint64_t position = f.residualStart;
+  for (uint32_t g = 0; g < kGroups; ++g) {
+    for (uint32_t s = 0; s < S; ++s) {
+      const uint32_t code = f.codes[g][s];
+      const uint32_t width = ResidualWidth(f, s, code);
+      v->residuals[g][s] = SpreadFields(PeekStream(padded, position), width);
+      v->raw[g][s] = code == f.escape[s] ? ~uint64_t{0} : 0;
+      position += kGroupSamples * width;
+    }
+    for (uint32_t s = S; s < kMaxSeries; ++s) v->residuals[g][s] = v->raw[g][s] = 0;
+  }
+}
+
+inline uint16x8_t LoadLanes(const uint64_t* quarters) {
+  return vreinterpretq_u16_u64(vld1q_u64(quarters));
+}
+
+// Lane 3 of each series (the last D of a group) in all four of its lanes.
+inline uint16x8_t CarryLastLane(uint16x8_t d) {
+  static constexpr uint8_t kLast[16] = {6, 7, 6, 7, 6, 7, 6, 7, 14, 15, 14, 15, 14, 15, 14, 15};
+  return vreinterpretq_u16_u8(vqtbl1q_u8(vreinterpretq_u8_u16(d), vld1q_u8(kLast)));
+}
+
+// One group of two series: D = D(left) + prefix sum of the differences, or
+// v - above in a raw group; then s = above + D.
+inline void Step(uint16x8_t r, uint16x8_t raw, uint16x8_t* above, uint16x8_t* left) {
+  // Zig-zag: r / 2 for even r, -(r + 1) / 2 for odd.
+  const int16x8_t odd = vreinterpretq_s16_u16(vandq_u16(r, vdupq_n_u16(1)));
+  uint16x8_t d = veorq_u16(vshrq_n_u16(r, 1), vreinterpretq_u16_s16(vnegq_s16(odd)));
+  d = vaddq_u16(d, vreinterpretq_u16_u64(vshlq_n_u64(vreinterpretq_u64_u16(d), 16)));
+  d = vaddq_u16(d, vreinterpretq_u16_u64(vshlq_n_u64(vreinterpretq_u64_u16(d), 32)));
+  const uint16x8_t predicted = vaddq_u16(CarryLastLane(*left), d);
+  *left = vbslq_u16(raw, vsubq_u16(r, *above), predicted);
+  *above = vaddq_u16(*above, *left);
+}
+
+// A block row: low[q] holds series 0 and 1 of group q of the row, high[q]
+// series 2 and 3; both enter as the row before (or the base values).
+inline void ReconstructRow(const GroupLanes& v, uint32_t y, uint16x8_t low[4], uint16x8_t high[4]) {
+  uint16x8_t leftLow = vdupq_n_u16(0);
+  uint16x8_t leftHigh = vdupq_n_u16(0);
+  for (uint32_t q = 0; q < kGroupsPerRow; ++q) {
+    const uint32_t g = kGroupsPerRow * y + q;
+    Step(LoadLanes(v.residuals[g]), LoadLanes(v.raw[g]), &low[q], &leftLow);
+    Step(LoadLanes(v.residuals[g] + 2), LoadLanes(v.raw[g] + 2), &high[q], &leftHigh);
+  }
+}
+
+// Low bytes of two series' rows from the four group vectors: the first
+// series' 16 samples, then the second's.
+struct TwoRows {
+  uint8x16_t first, second;
+};
+
+inline TwoRows SplitLowBytes(const uint16x8_t s[4]) {
+  const uint32x2_t n0 = vreinterpret_u32_u8(vmovn_u16(s[0]));
+  const uint32x2_t n1 = vreinterpret_u32_u8(vmovn_u16(s[1]));
+  const uint32x2_t n2 = vreinterpret_u32_u8(vmovn_u16(s[2]));
+  const uint32x2_t n3 = vreinterpret_u32_u8(vmovn_u16(s[3]));
+  return {vreinterpretq_u8_u32(vcombine_u32(vzip1_u32(n0, n1), vzip1_u32(n2, n3))),
+          vreinterpretq_u8_u32(vcombine_u32(vzip2_u32(n0, n1), vzip2_u32(n2, n3)))};
+}
+
+// Luma: series are blocks top-left, top-right (low) and bottom-left,
+// bottom-right (high).
+void StoreLumaRow(const uint16x8_t low[4], const uint16x8_t high[4], uint8_t* out, uint64_t pitch,
+                  uint32_t y) {
+  const TwoRows top = SplitLowBytes(low);
+  const TwoRows bottom = SplitLowBytes(high);
+  vst1q_u8(out + y * pitch, top.first);
+  vst1q_u8(out + y * pitch + kBlockColumns, top.second);
+  vst1q_u8(out + (y + kBlockRows) * pitch, bottom.first);
+  vst1q_u8(out + (y + kBlockRows) * pitch + kBlockColumns, bottom.second);
+}
+
+// Chroma: low holds block 0's U and V, high block 1's; U and V interleave.
+void StoreChromaRow(const uint16x8_t low[4], const uint16x8_t high[4], uint8_t* out,
+                    uint64_t pitch, uint32_t y) {
+  for (uint32_t q = 0; q < kGroupsPerRow; ++q) {
+    const uint8x8_t upper = vmovn_u16(low[q]);
+    const uint8x8_t lower = vmovn_u16(high[q]);
+    vst1_u8(out + y * pitch + 2 * kGroupSamples * q, vzip1_u8(upper, vext_u8(upper, upper, 4)));
+    vst1_u8(out + (y + kBlockRows) * pitch + 2 * kGroupSamples * q,
+            vzip1_u8(lower, vext_u8(lower, lower, 4)));
+  }
+}
+
+// One component's 16 samples of a block row as pixels 0-7 and 8-15.
+struct ComponentRow {
+  uint16x8_t left, right;
+};
+
+inline ComponentRow Gather(const uint16x8_t s[4], bool upperHalf) {
+  if (upperHalf) {
+    return {vcombine_u16(vget_high_u16(s[0]), vget_high_u16(s[1])),
+            vcombine_u16(vget_high_u16(s[2]), vget_high_u16(s[3]))};
+  }
+  return {vcombine_u16(vget_low_u16(s[0]), vget_low_u16(s[1])),
+          vcombine_u16(vget_low_u16(s[2]), vget_low_u16(s[3]))};
+}
+
+// The inverse colour transform on exact 16-bit samples, clamped to
+// 0 .. 2^N - 1; no step leaves the 16-bit range (see tile_kernels.h).
+inline void InverseColour(uint16x8_t* c0, uint16x8_t* c1, uint16x8_t* c2, int sampleBits) {
+  const int16x8_t offset = vdupq_n_s16(static_cast<int16_t>(1 << sampleBits));
+  const int16x8_t maximum = vdupq_n_s16(static_cast<int16_t>((1 << sampleBits) - 1));
+  const int16x8_t zero = vdupq_n_s16(0);
+  const int16x8_t co = vsubq_s16(vreinterpretq_s16_u16(*c1), offset);
+  const int16x8_t cg = vsubq_s16(vreinterpretq_s16_u16(*c2), offset);
+  const int16x8_t t = vsubq_s16(vreinterpretq_s16_u16(*c0), vshrq_n_s16(cg, 1));
+  const int16x8_t third = vsubq_s16(t, vshrq_n_s16(co, 1));
+  const int16x8_t second = vaddq_s16(t, cg);
+  const int16x8_t first = vaddq_s16(third, co);
+  *c0 = vreinterpretq_u16_s16(vmaxq_s16(vminq_s16(first, maximum), zero));
+  *c1 = vreinterpretq_u16_s16(vmaxq_s16(vminq_s16(second, maximum), zero));
+  *c2 = vreinterpretq_u16_s16(vmaxq_s16(vminq_s16(third, maximum), zero));
+}
+
+inline uint8x16_t LowBytes(const ComponentRow& c) {
+  return vcombine_u8(vmovn_u16(c.left), vmovn_u16(c.right));
+}
+
+// RGBA8888: low holds R and G, high B and A.
+void StoreRgbaRow(const TileFields& f, const uint16x8_t low[4], const uint16x8_t high[4],
+                  uint8_t* out, uint64_t pitch, uint32_t y) {
+  ComponentRow c[4] = {Gather(low, false), Gather(low, true), Gather(high, false),
+                       Gather(high, true)};
+  if (f.colourFlag != 0) {
+    InverseColour(&c[0].left, &c[1].left, &c[2].left, 8);
+    InverseColour(&c[0].right, &c[1].right, &c[2].right, 8);
+  }
+  uint8x16x4_t pixels;
+  pixels.val[0] = LowBytes(c[0]);
+  pixels.val[1] = LowBytes(c[1]);
+  pixels.val[2] = LowBytes(c[2]);
+  pixels.val[3] = f.constantFlag != 0 ? vdupq_n_u8(static_cast<uint8_t>(f.base[3])) : LowBytes(c[3]);
+  vst4q_u8(out + y * pitch, pixels);
+}
+
+// RGB565: low holds components 0 and 1, high component 2.
+void StoreRgb565Row(const TileFields& f, const uint16x8_t low[4], const uint16x8_t high[4],
+                    uint8_t* out, uint64_t pitch, uint32_t y) {
+  ComponentRow c0 = Gather(low, false), c1 = Gather(low, true), c2 = Gather(high, false);
+  if (f.colourFlag != 0) {
+    InverseColour(&c0.left, &c1.left, &c2.left, 5);
+    InverseColour(&c0.right, &c1.right, &c2.right, 5);
+  }
+  // The 16-bit sum c0 + 32 c1 + 2048 c2, carries and all.
+  const uint16x8_t left =
+      vaddq_u16(vaddq_u16(c0.left, vshlq_n_u16(c1.left, 5)), vshlq_n_u16(c2.left, 11));
+  const uint16x8_t right =
+      vaddq_u16(vaddq_u16(c0.right, vshlq_n_u16(c1.right, 5)), vshlq_n_u16(c2.right, 11));
+  // Lanes are stored low byte first, as the format's pixels are.
+  vst1q_u8(out + y * pitch, vreinterpretq_u8_u16(left));
+  vst1q_u8(out + y * pitch + kBlockColumns, vreinterpretq_u8_u16(right));
+}
+
+template <TileKind K>
+void DecodeKind(const uint8_t* padded, uint8_t* out, uint64_t pitch) {
+  TileFields f;
+  ReadTileFields(K, padded, &f);
+  GroupLanes v;
+  if (f.series == kMaxSeries) {
+    ReadGroups<kMaxSeries>(padded, f, &v);
+  } else {
+    ReadGroups<kMaxSeries - 1>(padded, f, &v);
+  }
+  uint16x8_t low[kGroupsPerRow];
+  uint16x8_t high[kGroupsPerRow];
+  const uint16x4_t b0 = vdup_n_u16(f.base[0]), b1 = vdup_n_u16(f.base[1]);
+  const uint16x4_t b2 = vdup_n_u16(f.base[2]), b3 = vdup_n_u16(f.base[3]);
+  for (uint32_t q = 0; q < kGroupsPerRow; ++q) {
+    low[q] = vcombine_u16(b0, b1);
+    high[q] = vcombine_u16(b2, b3);
+  }
+  for (uint32_t y = 0; y < kBlockRows; ++y) {
+    ReconstructRow(v, y, low, high);
+    if constexpr (K == TileKind::kRgba8888) {
+      StoreRgbaRow(f, low, high, out, pitch, y);
+    } else if constexpr (K == TileKind::kNv12Luma) {
+      StoreLumaRow(low, high, out, pitch, y);
+    } else if constexpr (K == TileKind::kNv12Chroma) {
+      StoreChromaRow(low, high, out, pitch, y);
+    } else {
+      StoreRgb565Row(f, low, high, out, pitch, y);
+    }
+  }
+}
+
+}  // namespace
+
+void DecodeCompressedTileNeon(TileKind kind, const uint8_t* padded, uint8_t* out, uint64_t pitch) {
+  switch (kind) {
+    case TileKind::kRgba8888:
+      DecodeKind<TileKind::kRgba8888>(padded, out, pitch);
+      break;
+    case TileKind::kNv12Luma:
+      DecodeKind<TileKind::kNv12Luma>(padded, out, pitch);
+      break;
+    case TileKind::kNv12Chroma:
+      DecodeKind<TileKind::kNv12Chroma>(padded, out, pitch);
+      break;
+    case TileKind::kRgb565:
+      DecodeKind<TileKind::kRgb565>(padded, out, pitch);
+      break;
+  }
+}
+
+}  // namespace pelcast::tile_kernels_detail
+
+#endif  // __aarch64__
