@@ -64,13 +64,17 @@ struct ExactRows {
 
 constexpr int kLowQuadwords = 0x08;  // quadwords 0 and 2: the first of each half
 
-inline void ExactRow(__m256i s, uint32_t y, ExactRows* lane, uint8_t* zig) {
-  // Left neighbours: the row moved up one sample across the two halves.
+// Horizontal differences of a row of 16-bit samples: each minus its left
+// neighbour, the row moved up one sample across the two halves, `base` (in
+// element 0) left of column 0.
+inline __m256i RowDifferences(__m256i s, __m256i base) {
   const __m256i lowIntoHigh = _mm256_permute2x128_si256(s, s, kLowQuadwords);
-  const __m256i left = _mm256_or_si256(_mm256_alignr_epi8(s, lowIntoHigh, 14), lane->base);
-  const __m256i h = _mm256_sub_epi16(s, left);
-  const __m256i d = _mm256_sub_epi16(h, lane->above);
-  lane->above = h;
+  return _mm256_sub_epi16(s, _mm256_or_si256(_mm256_alignr_epi8(s, lowIntoHigh, 14), base));
+}
+
+// Zig-zag fields of a row of 16-bit residuals, stored saturated to bytes;
+// returns the row's four group widths.
+inline __m128i StoreRowFields(__m256i d, uint8_t* zig) {
   const __m256i z = _mm256_xor_si256(_mm256_add_epi16(d, d), _mm256_srai_epi16(d, 15));
   const __m256i bytes = _mm256_permute4x64_epi64(_mm256_packus_epi16(z, z), kLowQuadwords);
   _mm_store_si128(reinterpret_cast<__m128i*>(zig), _mm256_castsi256_si128(bytes));
@@ -78,8 +82,54 @@ inline void ExactRow(__m256i s, uint32_t y, ExactRows* lane, uint8_t* zig) {
   o = _mm256_or_si256(o, _mm256_srli_epi64(o, 16));
   const __m256i firsts =
       _mm256_permute4x64_epi64(_mm256_shuffle_epi32(o, _MM_SHUFFLE(3, 1, 2, 0)), kLowQuadwords);
-  lane->widths[y] =
-      BitWidths32(_mm_and_si128(_mm256_castsi256_si128(firsts), _mm_set1_epi32(0xffff)));
+  return BitWidths32(_mm_and_si128(_mm256_castsi256_si128(firsts), _mm_set1_epi32(0xffff)));
+}
+
+inline void ExactRow(__m256i s, uint32_t y, ExactRows* lane, uint8_t* zig) {
+  const __m256i h = RowDifferences(s, lane->base);
+  const __m256i d = _mm256_sub_epi16(h, lane->above);
+  lane->above = h;
+  lane->widths[y] = StoreRowFields(d, zig);
+}
+
+// Balanced residue of 16-bit values modulo 2^bits.
+inline __m256i Balanced256(__m256i v, int bits) {
+  const __m256i half = _mm256_set1_epi16(static_cast<int16_t>(1 << (bits - 1)));
+  const __m256i mask = _mm256_set1_epi16(static_cast<int16_t>((1 << bits) - 1));
+  return _mm256_sub_epi16(_mm256_and_si256(_mm256_add_epi16(v, half), mask), half);
+}
+
+// RGB565 direct lanes, a whole row of each component at a time, with the
+// carry chain of lane_math.h's Rgb565DirectFields.
+void Avx2Rgb565Lanes(const uint8_t* const* planes, size_t pitch, LaneResidues* out) {
+  constexpr int kBits0 = 5;
+  constexpr int kBits1 = 6;
+  constexpr int kBits2 = 5;
+  __m256i base[kRgb565Components];
+  __m256i above[kRgb565Components];
+  for (uint32_t c = 0; c < kRgb565Components; ++c) {
+    base[c] = _mm256_set_m128i(_mm_setzero_si128(), _mm_cvtsi32_si128(planes[c][0]));
+    above[c] = _mm256_setzero_si256();
+  }
+  __m128i widths[kRgb565Components][kBlockHeight];
+  for (uint32_t y = 0; y < kBlockHeight; ++y) {
+    __m256i e[kRgb565Components];
+    for (uint32_t c = 0; c < kRgb565Components; ++c) {
+      const __m256i h = RowDifferences(_mm256_cvtepu8_epi16(Load(planes[c] + y * pitch)), base[c]);
+      e[c] = _mm256_sub_epi16(h, above[c]);
+      above[c] = h;
+    }
+    const __m256i d0 = Balanced256(e[0], kBits0);
+    const __m256i carry0 = _mm256_srai_epi16(_mm256_sub_epi16(d0, e[0]), kBits0);
+    const __m256i d1 = Balanced256(_mm256_sub_epi16(e[1], carry0), kBits1);
+    const __m256i carry1 =
+        _mm256_srai_epi16(_mm256_add_epi16(_mm256_sub_epi16(d1, e[1]), carry0), kBits1);
+    const __m256i d2 = Balanced256(_mm256_sub_epi16(e[2], carry1), kBits2);
+    widths[0][y] = StoreRowFields(d0, out[0].zig + y * kBlockWidth);
+    widths[1][y] = StoreRowFields(d1, out[1].zig + y * kBlockWidth);
+    widths[2][y] = StoreRowFields(d2, out[2].zig + y * kBlockWidth);
+  }
+  for (uint32_t c = 0; c < kRgb565Components; ++c) StoreWidths(widths[c], &out[c]);
 }
 
 void Avx2ExactLane(const int16_t* samples, LaneResidues* out) {
@@ -208,6 +258,7 @@ void Avx2JoinGroupFields(const LanePack* packs, uint32_t lanes, uint64_t* joined
 constexpr LaneKernels WithWideRoutines(LaneKernels k) {
   k.byteLanePair = Avx2ByteLanePair;
   k.exactLane = Avx2ExactLane;
+  k.rgb565Lanes = Avx2Rgb565Lanes;
   k.colourTransform = Avx2ColourTransform;
   k.colourLanes = Avx2ColourLanes;
   k.packLane = Avx2PackLane;
