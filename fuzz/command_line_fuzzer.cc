@@ -156,6 +156,11 @@ std::string OutputPathFor(OutputPath choice, const Sandbox& box) {
   }
 }
 
+void RemoveBaseDirectory() {
+  std::error_code ignored;
+  fs::remove_all(BaseDirectory(), ignored);
+}
+
 // The lowest free descriptor: it moves up when a run leaves a file open.
 int LowestFreeDescriptor() {
   const int fd = open("/dev/null", O_RDONLY);
@@ -173,6 +178,10 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
   std::signal(SIGXFSZ, SIG_IGN);
   const rlimit limit{pelcast::fuzz::kMaxFileBytes, pelcast::fuzz::kMaxFileBytes};
   setrlimit(RLIMIT_FSIZE, &limit);
+  // Made before the exit handler is registered, so that the handler runs
+  // while the path still exists (libFuzzer ends a timed run with exit()).
+  pelcast::fuzz::BaseDirectory();
+  std::atexit(pelcast::fuzz::RemoveBaseDirectory);
   return 0;
 }
 
