@@ -1,5 +1,6 @@
 // The vector lane routines this processor can run. On x86-64: SSE2 always,
-// and the same routines compiled for AVX2 when the processor has it.
+// and the same routines compiled for AVX2 when the processor has it; on
+// 64-bit Arm: NEON.
 #include "encoder/lane_kernels.h"
 
 #if defined(__x86_64__)
@@ -20,6 +21,16 @@ VectorKernelSets AvailableVectorLaneKernels() {
   VectorKernelSets sets{};
   sets.set[sets.count++] = &kSse2;
   if (const LaneKernels* avx2 = Avx2LaneKernels()) sets.set[sets.count++] = avx2;
+  return sets;
+}
+
+#elif defined(__aarch64__)
+
+const LaneKernels* NeonLaneKernels();
+
+VectorKernelSets AvailableVectorLaneKernels() {
+  VectorKernelSets sets{};
+  sets.set[sets.count++] = NeonLaneKernels();
   return sets;
 }
 
