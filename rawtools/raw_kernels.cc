@@ -145,7 +145,9 @@ uint64_t SumSquaredDifferenceRow(const uint8_t* a, const uint8_t* b, size_t coun
   return ActiveKernels().sumSquaredDifference(a, b, count);
 }
 
-uint64_t SumSquaresRow(const uint8_t* x, size_t count) { return ActiveKernels().sumSquares(x, count); }
+uint64_t SumSquaresRow(const uint8_t* x, size_t count) {
+  return ActiveKernels().sumSquares(x, count);
+}
 
 void InterleaveChromaPlanes(ByteSpan planar, ByteSpan uv, int32_t chromaWidth,
                             int32_t chromaHeight) {
@@ -203,7 +205,8 @@ uint64_t LumaSquaredError(ByteSpan first, ByteSpan second, int32_t width1, int32
   if (width <= 0) return 0;
   uint64_t sum = 0;
   for (int64_t r = 0; r < height1; ++r) {
-    if (RowsExhausted(r, width, width, first.size) && RowsExhausted(r, width2, width, second.size)) {
+    if (RowsExhausted(r, width, width, first.size) &&
+        RowsExhausted(r, width2, width, second.size)) {
       break;
     }
     sum += SquaredErrorClipped(first, r * width, second, r * width2, width);
