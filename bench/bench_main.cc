@@ -26,7 +26,8 @@ int main(int argc, char** argv) {
   const std::string corpus = pelcast::bench::CorpusDirectory();
   std::error_code error;
   const bool haveCorpus = std::filesystem::is_directory(corpus, error);
-  benchmark::AddCustomContext("corpus", haveCorpus ? corpus : corpus + " (missing: corpus rows skipped)");
+  benchmark::AddCustomContext("corpus",
+                              haveCorpus ? corpus : corpus + " (missing: corpus rows skipped)");
   if (!haveCorpus) std::fprintf(stderr, "pelcast_bench: no corpus at %s\n", corpus.c_str());
 #ifdef PELCAST_HAVE_LIBYUV
   NoteReference("libyuv", true, "libyuv-dev");

@@ -44,7 +44,8 @@ std::vector<uint8_t> ReadWholeFile(const std::filesystem::path& path) {
   return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
 }
 
-// "photo-boats-1920x1080.nv12" -> "photo-boats"; "pan-hillside-1920x1080-8f.nv12" -> "pan-hillside-8f".
+// "photo-boats-1920x1080.nv12" -> "photo-boats"; "pan-hillside-1920x1080-8f.nv12" ->
+// "pan-hillside-8f".
 std::string ShortName(const std::filesystem::path& path) {
   std::string stem = path.stem().string();
   const size_t tag = stem.find(kHdTag);
@@ -61,7 +62,8 @@ std::vector<FrameSet> LoadCorpus(PixelLayout layout) {
   std::vector<std::filesystem::path> paths;
   for (const auto& entry : std::filesystem::directory_iterator(dir)) {
     const auto& path = entry.path();
-    if (path.extension() == extension && path.filename().string().find(kHdTag) != std::string::npos) {
+    if (path.extension() == extension &&
+        path.filename().string().find(kHdTag) != std::string::npos) {
       paths.push_back(path);
     }
   }
@@ -72,8 +74,11 @@ std::vector<FrameSet> LoadCorpus(PixelLayout layout) {
     FrameSet set{ShortName(path), {}};
     const size_t count = bytes.size() / frameBytes;
     for (size_t n = 0; n < count; ++n) {
-      Frame frame{count == 1 ? set.name : set.name + "#" + std::to_string(n), layout, kHdWidth,
-                  kHdHeight, {}};
+      Frame frame{count == 1 ? set.name : set.name + "#" + std::to_string(n),
+                  layout,
+                  kHdWidth,
+                  kHdHeight,
+                  {}};
       frame.bytes.assign(bytes.begin() + static_cast<ptrdiff_t>(n * frameBytes),
                          bytes.begin() + static_cast<ptrdiff_t>((n + 1) * frameBytes));
       set.frames.push_back(std::move(frame));
@@ -130,8 +135,8 @@ void StageNv12(const Frame& frame, EncodeJob& job) {
       v[r * chromaPitch + c] = uv[r * w + 2 * c + 1];
     }
   }
-  FillEncodeConfig(job, kSurfaceNv12, g.linearStride, g.linearScanlines, g.yDataOffset,
-                   g.yDataSize, g.uvMetaOffset);
+  FillEncodeConfig(job, kSurfaceNv12, g.linearStride, g.linearScanlines, g.yDataOffset, g.yDataSize,
+                   g.uvMetaOffset);
   job.context = MakeContext(kContextNv12);
   if (!PrepareZpakFrameTables(job.context.get(), &job.config)) Fail("address tables");
 }
@@ -145,8 +150,8 @@ void StageRgba(const Frame& frame, EncodeJob& job) {
   const size_t rowBytes = kRgbaPixelBytes * static_cast<size_t>(frame.width);
   CopyRows(frame.bytes.data(), rowBytes, job.staging.data(), g.yStride, rowBytes,
            static_cast<size_t>(frame.height));
-  FillEncodeConfig(job, kSurfaceRgba8888, g.yStride / kRgbaPixelBytes, g.yScanlines,
-                   g.yDataOffset, g.yDataSize, g.uvMetaOffset);
+  FillEncodeConfig(job, kSurfaceRgba8888, g.yStride / kRgbaPixelBytes, g.yScanlines, g.yDataOffset,
+                   g.yDataSize, g.uvMetaOffset);
   job.context = MakeContext(kContextRgba8888);
   if (!PrepareZpakFrameTables(job.context.get(), &job.config)) Fail("address tables");
 }
@@ -159,8 +164,8 @@ void StageRgb565(const Frame& frame, EncodeJob& job) {
   const size_t rowBytes = kRgb565PixelBytes * static_cast<size_t>(frame.width);
   CopyRows(frame.bytes.data(), rowBytes, job.staging.data(), g.yStride, rowBytes,
            static_cast<size_t>(frame.height));
-  FillEncodeConfig(job, kSurfaceRgb565, g.yStride / kRgb565PixelBytes, g.yBufLength,
-                   g.yMetaBufSize, g.yDataBufSize, 0);
+  FillEncodeConfig(job, kSurfaceRgb565, g.yStride / kRgb565PixelBytes, g.yBufLength, g.yMetaBufSize,
+                   g.yDataBufSize, 0);
   job.context = MakeContext(kContextRgb565);
   if (!PrepareZpakFrameTablesRgb565(job.context.get(), &job.config)) Fail("address tables");
 }
@@ -249,8 +254,8 @@ TileShape ShapeOf(PlaneKind kind) {
     case PlaneKind::kNv12Chroma:
       return {PixelLayout::kNv12, kContextNv12, 1, kChromaPairBytes, kHalfTileWidth, kNv12TileRows};
     case PlaneKind::kRgba8888:
-      return {PixelLayout::kRgba8888, kContextRgba8888, 0, kRgbaPixelBytes, kHalfTileWidth,
-              kRgbTileRows};
+      return {PixelLayout::kRgba8888, kContextRgba8888, 0,
+              kRgbaPixelBytes,        kHalfTileWidth,   kRgbTileRows};
     case PlaneKind::kRgb565:
       break;
   }
@@ -301,8 +306,9 @@ void AppendTile(const PlaneView& plane, const TileShape& shape, size_t column, s
     const uint8_t* source = plane.start + (row * shape.rows + y) * plane.pitch + column * rowBytes;
     std::memcpy(&set.raster[at + y * rowBytes], source, rowBytes);
     for (size_t x = 0; x < shape.rowElements; ++x) {
-      std::memcpy(&set.ordered[at + MicroBlockPosition(x, y, shape.rowElements) * shape.elementBytes],
-                  source + x * shape.elementBytes, shape.elementBytes);
+      std::memcpy(
+          &set.ordered[at + MicroBlockPosition(x, y, shape.rowElements) * shape.elementBytes],
+          source + x * shape.elementBytes, shape.elementBytes);
     }
   }
 }
@@ -355,7 +361,8 @@ size_t FrameSet::TotalBytes() const {
 }
 
 std::string CorpusDirectory() {
-  if (const char* dir = std::getenv("PELCAST_CORPUS_DIR"); dir != nullptr && *dir != '\0') return dir;
+  if (const char* dir = std::getenv("PELCAST_CORPUS_DIR"); dir != nullptr && *dir != '\0')
+    return dir;
   return PELCAST_CORPUS_DIR;
 }
 
@@ -386,9 +393,8 @@ Frame JoinQuadrants(const Frame* const quadrants[4], const std::string& name) {
       // the joined frame's 2w x 2h luma plane.
       const size_t chromaRows = h / 2;
       const size_t joinedLumaBytes = 4 * w * h;
-      CopyRows(source + w * h, w,
-               target + joinedLumaBytes + down * chromaRows * 2 * w + across * w, 2 * w, w,
-               chromaRows);
+      CopyRows(source + w * h, w, target + joinedLumaBytes + down * chromaRows * 2 * w + across * w,
+               2 * w, w, chromaRows);
     }
   }
   return joined;
@@ -538,8 +544,15 @@ const char* PlaneKindName(PlaneKind kind) {
 
 TileSet CutCorpusTiles(PlaneKind kind, size_t maxTiles) {
   const TileShape shape = ShapeOf(kind);
-  TileSet set{kind, shape.contextFormat, shape.planeIndex,
-              shape.rowElements * shape.elementBytes * shape.rows, 0, {}, {}, {}, {}};
+  TileSet set{kind,
+              shape.contextFormat,
+              shape.planeIndex,
+              shape.rowElements * shape.elementBytes * shape.rows,
+              0,
+              {},
+              {},
+              {},
+              {}};
   std::vector<const Frame*> sources;
   for (const FrameSet& file : CorpusFrames(shape.layout)) {
     if (file.frames.size() == 1) sources.push_back(&file.frames.front());

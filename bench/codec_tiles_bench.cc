@@ -26,8 +26,8 @@ namespace {
 // from every part of every image.
 constexpr size_t kTilesPerKind = 4096;
 
-constexpr PlaneKind kKinds[] = {PlaneKind::kNv12Luma, PlaneKind::kNv12Chroma,
-                                PlaneKind::kRgba8888, PlaneKind::kRgb565};
+constexpr PlaneKind kKinds[] = {PlaneKind::kNv12Luma, PlaneKind::kNv12Chroma, PlaneKind::kRgba8888,
+                                PlaneKind::kRgb565};
 
 struct LazyTiles {
   TileSet set;
@@ -46,8 +46,8 @@ void BuildTiles(PlaneKind kind, LazyTiles& lazy) {
   uint8_t output[kTileScratchBytes];
   for (size_t i = 0; i < lazy.set.count && lazy.valid; ++i) {
     DecodeTile(context.get(), &lazy.set.stored[i * kSlotBytes], lazy.set.meta[i], output);
-    lazy.valid = std::memcmp(output, &lazy.set.raster[i * lazy.set.tileBytes],
-                             lazy.set.tileBytes) == 0;
+    lazy.valid =
+        std::memcmp(output, &lazy.set.raster[i * lazy.set.tileBytes], lazy.set.tileBytes) == 0;
   }
 }
 

@@ -44,20 +44,24 @@ constexpr size_t kChromaLineAlignment = 16;
 // A pattern flipped into the second frame of the error sum.
 constexpr uint8_t kDifference = 0x5A;
 
-size_t AlignUp(size_t value, size_t alignment) { return (value + alignment - 1) / alignment * alignment; }
+size_t AlignUp(size_t value, size_t alignment) {
+  return (value + alignment - 1) / alignment * alignment;
+}
 
-ByteSpan Span(std::vector<uint8_t>& bytes) { return {bytes.data(), static_cast<int64_t>(bytes.size())}; }
+ByteSpan Span(std::vector<uint8_t>& bytes) {
+  return {bytes.data(), static_cast<int64_t>(bytes.size())};
+}
 
 // One NV12 frame in every input layout the kernels take, with the output
 // buffers the commands allocate for it.
 struct RawFrame {
-  int32_t width, height;      // even for every subject
+  int32_t width, height;  // even for every subject
   int32_t cropWidth, cropHeight;
   size_t stride, lumaLines, chromaLines;
-  std::vector<uint8_t> nv12;      // packed
-  std::vector<uint8_t> planar;    // Y, U, V packed
-  std::vector<uint8_t> padded;    // E's input
-  std::vector<uint8_t> other;     // a second frame for the error sum
+  std::vector<uint8_t> nv12;    // packed
+  std::vector<uint8_t> planar;  // Y, U, V packed
+  std::vector<uint8_t> padded;  // E's input
+  std::vector<uint8_t> other;   // a second frame for the error sum
   std::vector<uint8_t> outLuma, outChroma, outCroppedLuma, outCroppedChroma;
 
   size_t LumaBytes() const { return static_cast<size_t>(width) * static_cast<size_t>(height); }
@@ -138,7 +142,9 @@ void RunSse(RawFrame& f) {
 
 #ifdef PELCAST_HAVE_LIBYUV
 
-uint8_t* U(std::vector<uint8_t>& planar, const RawFrame& f) { return planar.data() + f.LumaBytes(); }
+uint8_t* U(std::vector<uint8_t>& planar, const RawFrame& f) {
+  return planar.data() + f.LumaBytes();
+}
 uint8_t* V(std::vector<uint8_t>& planar, const RawFrame& f) {
   return planar.data() + f.LumaBytes() * 5 / 4;
 }
@@ -165,8 +171,8 @@ void RunNv12ToI420(RawFrame& f) {
 void RunSplitUvPlane(RawFrame& f) {
   const int w = f.width;
   uint8_t* chroma = f.outChroma.data();
-  libyuv::SplitUVPlane(f.nv12.data() + f.LumaBytes(), w, chroma, w / 2,
-                       chroma + f.LumaBytes() / 4, w / 2, w / 2, f.height / 2);
+  libyuv::SplitUVPlane(f.nv12.data() + f.LumaBytes(), w, chroma, w / 2, chroma + f.LumaBytes() / 4,
+                       w / 2, w / 2, f.height / 2);
 }
 
 void RunConvertToI420Crop(RawFrame& f) {
@@ -190,13 +196,13 @@ void RunNv12ToI420Padded(RawFrame& f) {
 void RunSplitUvPlanePadded(RawFrame& f) {
   const int w = f.width;
   uint8_t* chroma = f.outChroma.data();
-  libyuv::SplitUVPlane(f.padded.data() + f.stride * f.lumaLines, static_cast<int>(f.stride),
-                       chroma, w / 2, chroma + f.LumaBytes() / 4, w / 2, w / 2, f.height / 2);
+  libyuv::SplitUVPlane(f.padded.data() + f.stride * f.lumaLines, static_cast<int>(f.stride), chroma,
+                       w / 2, chroma + f.LumaBytes() / 4, w / 2, w / 2, f.height / 2);
 }
 
 void RunComputeSumSquareError(RawFrame& f) {
-  const uint64_t sum = libyuv::ComputeSumSquareError(f.nv12.data(), f.other.data(),
-                                                     static_cast<int>(f.LumaBytes()));
+  const uint64_t sum =
+      libyuv::ComputeSumSquareError(f.nv12.data(), f.other.data(), static_cast<int>(f.LumaBytes()));
   benchmark::DoNotOptimize(sum);
 }
 

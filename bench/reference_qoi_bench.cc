@@ -66,8 +66,8 @@ void BuildEncoded(const FrameSet& set, EncodedFrames& encoded) {
     encoded.files.emplace_back(bytes, bytes + length);
     std::free(bytes);
     qoi_desc decodedDesc{};
-    auto* decoded = static_cast<uint8_t*>(qoi_decode(encoded.files.back().data(), length,
-                                                     &decodedDesc, kRgbaChannels));
+    auto* decoded = static_cast<uint8_t*>(
+        qoi_decode(encoded.files.back().data(), length, &decodedDesc, kRgbaChannels));
     encoded.valid = encoded.valid && decoded != nullptr &&
                     std::equal(frame.bytes.begin(), frame.bytes.end(), decoded);
     std::free(decoded);

@@ -13,7 +13,7 @@ namespace pelcast::testing {
 namespace {
 
 // Around 16- and 32-byte vectors, their tails, and the 65536-term chunks.
-constexpr size_t kLengths[] = {0,  1,  7,   15,  16,    17,    31,    32,    33,
+constexpr size_t kLengths[] = {0,  1,  7,  15,   16,    17,    31,    32,    33,
                                63, 64, 65, 1000, 65535, 65536, 65537, 200003};
 // Start offsets that misalign every pointer.
 constexpr size_t kOffsets[] = {0, 1, 3};

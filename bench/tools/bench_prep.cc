@@ -76,7 +76,9 @@ void Rgb565ToZpak(const char* input, const char* output, int32_t width, int32_t 
   CloseBoth(files);
 }
 
-uint32_t AlignUp(uint32_t value, uint32_t alignment) { return (value + alignment - 1) & ~(alignment - 1); }
+uint32_t AlignUp(uint32_t value, uint32_t alignment) {
+  return (value + alignment - 1) & ~(alignment - 1);
+}
 
 void PadNv12(const char* input, const char* output, int32_t width, int32_t height) {
   constexpr uint32_t kStrideAlignment = 128;
