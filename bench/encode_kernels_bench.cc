@@ -24,14 +24,19 @@ constexpr uint32_t kByteEscape = 7;
 constexpr uint32_t kByteBits = 8;
 
 // NV12 luma: four byte lanes, two to a call, sized and packed.
+constexpr LaneSizing kByteSizing = {kByteEscape, kByteBits};
+constexpr LaneSizing kColourSizings[3] = {{kByteEscape, kByteBits},
+                                          {kByteEscape, kByteBits + 1},
+                                          {kByteEscape, kByteBits + 1}};
+
 void PlanLumaTile(const LaneKernels& k, const uint8_t* tile) {
   LaneResidues lanes[4];
-  k.byteLanePair(tile, tile + 16, kLumaRowBytes, &lanes[0], &lanes[1]);
+  k.byteLanePair(tile, tile + 16, kLumaRowBytes, kByteSizing, &lanes[0], &lanes[1]);
   k.byteLanePair(tile + 4 * kLumaRowBytes, tile + 4 * kLumaRowBytes + 16, kLumaRowBytes,
-                 &lanes[2], &lanes[3]);
+                 kByteSizing, &lanes[2], &lanes[3]);
   LanePack pack;
   for (const LaneResidues& lane : lanes) {
-    benchmark::DoNotOptimize(k.laneBits(lane, kByteEscape, kByteBits));
+    benchmark::DoNotOptimize(lane.bits);
     k.packLane(lane, LaneCoding{kByteEscape, kByteBits, 0, tile, kLumaRowBytes}, &pack);
     benchmark::DoNotOptimize(pack);
   }
@@ -42,20 +47,17 @@ void PlanRgbaTile(const LaneKernels& k, const uint8_t* tile) {
   alignas(16) uint8_t planes[4][64];
   k.splitQuads(tile, kRgbaRowBytes, planes[0]);
   LaneResidues lanes[4];
-  k.byteLanePair(planes[0], planes[1], 16, &lanes[0], &lanes[1]);
-  k.byteLanePair(planes[2], planes[3], 16, &lanes[2], &lanes[3]);
+  k.byteLanePair(planes[0], planes[1], 16, kByteSizing, &lanes[0], &lanes[1]);
+  k.byteLanePair(planes[2], planes[3], 16, kByteSizing, &lanes[2], &lanes[3]);
   const uint8_t* const rows[3] = {planes[0], planes[1], planes[2]};
   ColourSamples colour;
   LaneResidues exact[3];
-  if (k.colourTransform(rows, 16, kByteBits, &colour)) {
-    for (int c = 0; c < 3; ++c) {
-      k.exactLane(colour.c[c], &exact[c]);
-      benchmark::DoNotOptimize(k.laneBits(exact[c], kByteEscape, kByteBits + 1));
-    }
+  if (k.colourLanes(rows, 16, kByteBits, kColourSizings, &colour, exact)) {
+    for (const LaneResidues& lane : exact) benchmark::DoNotOptimize(lane.bits);
   }
   LanePack pack;
   for (int c = 0; c < 4; ++c) {
-    benchmark::DoNotOptimize(k.laneBits(lanes[c], kByteEscape, kByteBits));
+    benchmark::DoNotOptimize(lanes[c].bits);
     k.packLane(lanes[c], LaneCoding{kByteEscape, kByteBits, 0, planes[c], 16}, &pack);
     benchmark::DoNotOptimize(pack);
   }
@@ -68,11 +70,13 @@ void PlanRgb565Tile(const LaneKernels& k, const uint8_t* tile) {
   const uint8_t* const rows[3] = {planes[0], planes[1], planes[2]};
   LaneResidues lanes[3];
   k.rgb565Lanes(rows, 16, lanes);
+  for (const LaneResidues& lane : lanes) benchmark::DoNotOptimize(lane.bits);
+  constexpr LaneSizing kRgb565Sizings[3] = {{5, 5}, {6, 7}, {5, 6}};
   ColourSamples colour;
-  if (k.colourTransform(rows, 16, 5, &colour)) {
-    for (int c = 0; c < 3; ++c) k.exactLane(colour.c[c], &lanes[c]);
+  LaneResidues exact[3];
+  if (k.colourLanes(rows, 16, 5, kRgb565Sizings, &colour, exact)) {
+    for (const LaneResidues& lane : exact) benchmark::DoNotOptimize(lane.bits);
   }
-  for (const LaneResidues& lane : lanes) benchmark::DoNotOptimize(k.laneBits(lane, kByteBits, 0));
 }
 
 struct PlaneCase {

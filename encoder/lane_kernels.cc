@@ -10,15 +10,30 @@ namespace pelcast {
 namespace {
 
 constexpr int32_t kSampleLimit = 255;  // zig-zag fields are kept in bytes
+constexpr uint32_t kWordWidthLimit = 32;
 
-// Bit widths of the groups from their OR-ed fields.
-void StoreWidths(const uint32_t* groupOr, LaneResidues* out) {
+// Every group keeps its width: no width reaches this escape.
+constexpr LaneSizing kWidthsOnly = {kWordWidthLimit, 0};
+
+// Bits of a lane's codes and fields under `sizing`.
+uint32_t SizeLane(const LaneResidues& lane, const LaneSizing& sizing) {
+  uint32_t fieldBits = 0;
+  for (uint32_t g = 0; g < kGroupsPerBlock; ++g) {
+    fieldBits += lane.width[g] < sizing.escape ? lane.width[g] : sizing.codedBits;
+  }
+  return kGroupsPerBlock * kCodeBits + kGroupSize * fieldBits;
+}
+
+// Bit widths of the groups from their OR-ed fields, and the lane's size.
+void StoreWidths(const uint32_t* groupOr, const LaneSizing& sizing, LaneResidues* out) {
   for (uint32_t g = 0; g < kGroupsPerBlock; ++g) {
     out->width[g] = static_cast<uint8_t>(std::bit_width(groupOr[g]));
   }
+  out->bits = SizeLane(*out, sizing);
 }
 
-void PlainByteLane(const uint8_t* rows, size_t pitch, LaneResidues* out) {
+void PlainByteLane(const uint8_t* rows, size_t pitch, const LaneSizing& sizing,
+                   LaneResidues* out) {
   const uint8_t base = rows[0];
   uint8_t above[kBlockWidth] = {};  // horizontal differences of the row above
   uint32_t groupOr[kGroupsPerBlock] = {};
@@ -34,16 +49,16 @@ void PlainByteLane(const uint8_t* rows, size_t pitch, LaneResidues* out) {
       groupOr[(y * kBlockWidth + x) / kGroupSize] |= z;
     }
   }
-  StoreWidths(groupOr, out);
+  StoreWidths(groupOr, sizing, out);
 }
 
 void PlainByteLanePair(const uint8_t* first, const uint8_t* second, size_t pitch,
-                       LaneResidues* firstOut, LaneResidues* secondOut) {
-  PlainByteLane(first, pitch, firstOut);
-  PlainByteLane(second, pitch, secondOut);
+                       const LaneSizing& sizing, LaneResidues* firstOut, LaneResidues* secondOut) {
+  PlainByteLane(first, pitch, sizing, firstOut);
+  PlainByteLane(second, pitch, sizing, secondOut);
 }
 
-void PlainExactLane(const int16_t* samples, LaneResidues* out) {
+void PlainExactLane(const int16_t* samples, const LaneSizing& sizing, LaneResidues* out) {
   const int32_t base = samples[0];
   int32_t above[kBlockWidth] = {};
   uint32_t groupOr[kGroupsPerBlock] = {};
@@ -59,7 +74,7 @@ void PlainExactLane(const int16_t* samples, LaneResidues* out) {
       groupOr[(y * kBlockWidth + x) / kGroupSize] |= z;
     }
   }
-  StoreWidths(groupOr, out);
+  StoreWidths(groupOr, sizing, out);
 }
 
 void PlainRgb565Lanes(const uint8_t* const* planes, size_t pitch, LaneResidues* out) {
@@ -86,7 +101,7 @@ void PlainRgb565Lanes(const uint8_t* const* planes, size_t pitch, LaneResidues* 
       }
     }
   }
-  for (uint32_t c = 0; c < kRgb565Components; ++c) StoreWidths(groupOr[c], &out[c]);
+  for (uint32_t c = 0; c < kRgb565Components; ++c) StoreWidths(groupOr[c], kWidthsOnly, &out[c]);
 }
 
 bool PlainColourTransform(const uint8_t* const* planes, size_t pitch, uint32_t n,
@@ -107,19 +122,11 @@ bool PlainColourTransform(const uint8_t* const* planes, size_t pitch, uint32_t n
   return true;
 }
 
-bool PlainColourLanes(const uint8_t* const* planes, size_t pitch, uint32_t n, ColourSamples* out,
-                      LaneResidues* lanes) {
+bool PlainColourLanes(const uint8_t* const* planes, size_t pitch, uint32_t n,
+                      const LaneSizing* sizings, ColourSamples* out, LaneResidues* lanes) {
   if (!PlainColourTransform(planes, pitch, n, out)) return false;
-  for (uint32_t c = 0; c < kRgb565Components; ++c) PlainExactLane(out->c[c], &lanes[c]);
+  for (uint32_t c = 0; c < kRgb565Components; ++c) PlainExactLane(out->c[c], sizings[c], &lanes[c]);
   return true;
-}
-
-uint32_t PlainLaneBits(const LaneResidues& lane, uint32_t escape, uint32_t codedBits) {
-  uint32_t fieldBits = 0;
-  for (uint32_t g = 0; g < kGroupsPerBlock; ++g) {
-    fieldBits += lane.width[g] < escape ? lane.width[g] : codedBits;
-  }
-  return kGroupsPerBlock * kCodeBits + kGroupSize * fieldBits;
 }
 
 uint32_t PlainPackLane(const LaneResidues& lane, const LaneCoding& coding, LanePack* out) {
@@ -203,7 +210,7 @@ void PlainSplitRgb565(const uint8_t* rows, size_t pitch, uint8_t* planes) {
 constexpr LaneKernels kPlain = {
     "plain",          PlainByteLane, PlainByteLanePair, PlainExactLane,  PlainRgb565Lanes, PlainColourTransform,
     PlainColourLanes,
-    PlainLaneBits,    PlainPackLane,   PlainPackCodes,   PlainJoinGroupFields,
+    PlainPackLane,   PlainPackCodes,   PlainJoinGroupFields,
     PlainSplitQuads,  PlainSplitRgb565,
 };
 

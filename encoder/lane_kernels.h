@@ -21,6 +21,13 @@
 
 namespace pelcast {
 
+// How a lane's groups are sized: groups narrower than `escape` take their
+// width, the others `codedBits` (escaped raw samples, or full-width fields).
+struct LaneSizing {
+  uint32_t escape;
+  uint32_t codedBits;
+};
+
 // One coded lane (a component of a block) after planning.
 struct LaneResidues {
   // Zig-zag residual of every sample in raster order, saturated at 255 (only
@@ -29,6 +36,8 @@ struct LaneResidues {
   alignas(16) uint8_t zig[kBlockSamples];
   // Bit width of the OR of each group's zig-zag residuals, unsaturated.
   alignas(16) uint8_t width[kGroupsPerBlock];
+  // Bits of the lane's codes and fields under the sizing it was planned for.
+  uint32_t bits;
 };
 
 // Samples of the three colour-transformed components of one block, raster
@@ -63,26 +72,25 @@ struct LaneKernels {
   const char* name;
   // A byte-packed component, 16 x 4 samples at `rows` (`pitch` bytes apart):
   // residuals modulo 256, taken as the representative in [-128, 127].
-  void (*byteLane)(const uint8_t* rows, size_t pitch, LaneResidues* out);
-  // The same for two lanes at once.
+  void (*byteLane)(const uint8_t* rows, size_t pitch, const LaneSizing& sizing,
+                   LaneResidues* out);
+  // The same for two lanes of the same sizing at once.
   void (*byteLanePair)(const uint8_t* first, const uint8_t* second, size_t pitch,
-                       LaneResidues* firstOut, LaneResidues* secondOut);
+                       const LaneSizing& sizing, LaneResidues* firstOut, LaneResidues* secondOut);
   // A component reproduced exactly: 64 samples in raster order.
-  void (*exactLane)(const int16_t* samples, LaneResidues* out);
+  void (*exactLane)(const int16_t* samples, const LaneSizing& sizing, LaneResidues* out);
   // RGB565 without the colour transform (see lane_math.h): the three
   // lanes of the 5-, 6- and 5-bit component planes at `planes[c]`, `pitch`
-  // bytes to a row.
+  // bytes to a row; every group keeps its width.
   void (*rgb565Lanes)(const uint8_t* const* planes, size_t pitch, LaneResidues* out);
   // Forward colour transform of three component planes of n-bit samples;
   // false when a sample is 2^n or more (the decoder could not rebuild it).
   bool (*colourTransform)(const uint8_t* const* planes, size_t pitch, uint32_t n,
                           ColourSamples* out);
-  // The colour transform and the exact lanes of its three components.
-  bool (*colourLanes)(const uint8_t* const* planes, size_t pitch, uint32_t n, ColourSamples* out,
-                      LaneResidues* lanes);
-  // Bits of a lane's codes and fields when groups narrower than `escape`
-  // take their width and the others `codedBits`.
-  uint32_t (*laneBits)(const LaneResidues& lane, uint32_t escape, uint32_t codedBits);
+  // The colour transform and the exact lanes of its three components, sized
+  // by `sizings[c]`.
+  bool (*colourLanes)(const uint8_t* const* planes, size_t pitch, uint32_t n,
+                      const LaneSizing* sizings, ColourSamples* out, LaneResidues* lanes);
   // Codes and packed fields of a lane. Returns the escaped groups, bit g
   // for group g.
   uint32_t (*packLane)(const LaneResidues& lane, const LaneCoding& coding, LanePack* out);

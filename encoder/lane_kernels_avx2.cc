@@ -26,7 +26,7 @@ namespace {
 // Two blocks side by side in one register: each 128-bit half is one lane of
 // the SSE2 routine, and the byte shifts of AVX2 stay within their half.
 void Avx2ByteLanePair(const uint8_t* first, const uint8_t* second, size_t pitch,
-                      LaneResidues* firstOut, LaneResidues* secondOut) {
+                      const LaneSizing& sizing, LaneResidues* firstOut, LaneResidues* secondOut) {
   const __m256i base = _mm256_set_m128i(_mm_cvtsi32_si128(second[0]), _mm_cvtsi32_si128(first[0]));
   const __m256i zero = _mm256_setzero_si256();
   const __m256i lowByte = _mm256_set1_epi32(0xff);
@@ -53,6 +53,18 @@ void Avx2ByteLanePair(const uint8_t* first, const uint8_t* second, size_t pitch,
                                              _mm256_packs_epi32(widths[2], widths[3]));
   _mm256_storeu2_m128i(reinterpret_cast<__m128i*>(secondOut->width),
                        reinterpret_cast<__m128i*>(firstOut->width), packed);
+  // Both lanes' sizes: the field widths summed per half.
+  const __m256i narrow = _mm256_cmpgt_epi8(_mm256_set1_epi8(static_cast<char>(sizing.escape)), packed);
+  const __m256i fieldBits =
+      _mm256_blendv_epi8(_mm256_set1_epi8(static_cast<char>(sizing.codedBits)), packed, narrow);
+  const __m256i sums = _mm256_sad_epu8(fieldBits, zero);
+  const __m128i low = _mm256_castsi256_si128(sums);
+  const __m128i high = _mm256_extracti128_si256(sums, 1);
+  constexpr uint32_t kCodeTotal = kGroupsPerBlock * kCodeBits;
+  firstOut->bits = kCodeTotal + kGroupSize * static_cast<uint32_t>(_mm_cvtsi128_si32(low) +
+                                                                   _mm_extract_epi16(low, 4));
+  secondOut->bits = kCodeTotal + kGroupSize * static_cast<uint32_t>(_mm_cvtsi128_si32(high) +
+                                                                    _mm_extract_epi16(high, 4));
 }
 
 // An exactly reproduced lane, a whole row of 16-bit samples in one register.
@@ -129,10 +141,10 @@ void Avx2Rgb565Lanes(const uint8_t* const* planes, size_t pitch, LaneResidues* o
     widths[1][y] = StoreRowFields(d1, out[1].zig + y * kBlockWidth);
     widths[2][y] = StoreRowFields(d2, out[2].zig + y * kBlockWidth);
   }
-  for (uint32_t c = 0; c < kRgb565Components; ++c) StoreWidths(widths[c], &out[c]);
+  for (uint32_t c = 0; c < kRgb565Components; ++c) StoreWidths(widths[c], kWidthsOnly, &out[c]);
 }
 
-void Avx2ExactLane(const int16_t* samples, LaneResidues* out) {
+void Avx2ExactLane(const int16_t* samples, const LaneSizing& sizing, LaneResidues* out) {
   ExactRows lane;
   lane.base =
       _mm256_set_m128i(_mm_setzero_si128(), _mm_cvtsi32_si128(static_cast<uint16_t>(samples[0])));
@@ -141,7 +153,7 @@ void Avx2ExactLane(const int16_t* samples, LaneResidues* out) {
     const __m256i s = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(samples + y * kBlockWidth));
     ExactRow(s, y, &lane, out->zig + y * kBlockWidth);
   }
-  StoreWidths(lane.widths, out);
+  StoreWidths(lane.widths, sizing, out);
 }
 
 // The transform a whole row at a time.
@@ -174,10 +186,10 @@ bool Avx2ColourTransform(const uint8_t* const* planes, size_t pitch, uint32_t n,
 }
 
 // The transform, then the wide exact lanes.
-bool Avx2ColourLanes(const uint8_t* const* planes, size_t pitch, uint32_t n, ColourSamples* out,
-                     LaneResidues* lanes) {
+bool Avx2ColourLanes(const uint8_t* const* planes, size_t pitch, uint32_t n,
+                     const LaneSizing* sizings, ColourSamples* out, LaneResidues* lanes) {
   if (!Avx2ColourTransform(planes, pitch, n, out)) return false;
-  for (uint32_t c = 0; c < kRgb565Components; ++c) Avx2ExactLane(out->c[c], &lanes[c]);
+  for (uint32_t c = 0; c < kRgb565Components; ++c) Avx2ExactLane(out->c[c], sizings[c], &lanes[c]);
   return true;
 }
 

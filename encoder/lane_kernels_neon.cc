@@ -17,11 +17,24 @@ constexpr uint32_t kHalfRow = kBlockWidth / 2;  // 16-bit samples per register
 // Bit widths of four 32-bit values.
 inline uint32x4_t BitWidths(uint32x4_t v) { return vsubq_u32(vdupq_n_u32(kWordBits), vclzq_u32(v)); }
 
-// The four rows' group widths as 16 bytes in group order.
-inline void StoreWidths(const uint32x4_t* rowWidths, LaneResidues* out) {
+// Bits of a lane's codes and fields from its 16 group widths.
+inline uint32_t SizeWidths(uint8x16_t width, const LaneSizing& sizing) {
+  const uint8x16_t narrow = vcltq_u8(width, vdupq_n_u8(static_cast<uint8_t>(sizing.escape)));
+  const uint8x16_t fieldBits =
+      vbslq_u8(narrow, width, vdupq_n_u8(static_cast<uint8_t>(sizing.codedBits)));
+  return kGroupsPerBlock * kCodeBits + kGroupSize * vaddlvq_u8(fieldBits);
+}
+
+// Every group keeps its width: no width reaches this escape.
+constexpr LaneSizing kWidthsOnly = {kWordBits, 0};
+
+// The four rows' group widths as 16 bytes in group order, and the lane's size.
+inline void StoreWidths(const uint32x4_t* rowWidths, const LaneSizing& sizing, LaneResidues* out) {
   const uint16x8_t top = vcombine_u16(vmovn_u32(rowWidths[0]), vmovn_u32(rowWidths[1]));
   const uint16x8_t bottom = vcombine_u16(vmovn_u32(rowWidths[2]), vmovn_u32(rowWidths[3]));
-  vst1q_u8(out->width, vcombine_u8(vmovn_u16(top), vmovn_u16(bottom)));
+  const uint8x16_t widths = vcombine_u8(vmovn_u16(top), vmovn_u16(bottom));
+  vst1q_u8(out->width, widths);
+  out->bits = SizeWidths(widths, sizing);
 }
 
 // The OR of each group of four bytes, as four 32-bit values.
@@ -75,7 +88,7 @@ inline Row16 WidenBytes(uint8x16_t b) {
                vreinterpretq_s16_u16(vmovl_u8(vget_high_u8(b)))};
 }
 
-void NeonByteLane(const uint8_t* rows, size_t pitch, LaneResidues* out) {
+void NeonByteLane(const uint8_t* rows, size_t pitch, const LaneSizing& sizing, LaneResidues* out) {
   const uint8x16_t base = vdupq_n_u8(rows[0]);
   uint8x16_t above = vdupq_n_u8(0);
   uint32x4_t widths[kBlockHeight];
@@ -87,16 +100,16 @@ void NeonByteLane(const uint8_t* rows, size_t pitch, LaneResidues* out) {
     vst1q_u8(out->zig + y * kBlockWidth, z);
     widths[y] = BitWidths(GroupOrBytes(z));
   }
-  StoreWidths(widths, out);
+  StoreWidths(widths, sizing, out);
 }
 
 void NeonByteLanePair(const uint8_t* first, const uint8_t* second, size_t pitch,
-                      LaneResidues* firstOut, LaneResidues* secondOut) {
-  NeonByteLane(first, pitch, firstOut);
-  NeonByteLane(second, pitch, secondOut);
+                      const LaneSizing& sizing, LaneResidues* firstOut, LaneResidues* secondOut) {
+  NeonByteLane(first, pitch, sizing, firstOut);
+  NeonByteLane(second, pitch, sizing, secondOut);
 }
 
-void NeonExactLane(const int16_t* samples, LaneResidues* out) {
+void NeonExactLane(const int16_t* samples, const LaneSizing& sizing, LaneResidues* out) {
   const int16x8_t base = vdupq_n_s16(samples[0]);
   Row16 above{vdupq_n_s16(0), vdupq_n_s16(0)};
   uint32x4_t widths[kBlockHeight];
@@ -107,7 +120,7 @@ void NeonExactLane(const int16_t* samples, LaneResidues* out) {
                                 out->zig + y * kBlockWidth);
     above = h;
   }
-  StoreWidths(widths, out);
+  StoreWidths(widths, sizing, out);
 }
 
 inline int16x8_t Balanced16(int16x8_t v, int bits) {
@@ -153,7 +166,7 @@ void NeonRgb565Lanes(const uint8_t* const* planes, size_t pitch, LaneResidues* o
       widths[c][y] = StoreWordFields(dLo[c], dHi[c], out[c].zig + y * kBlockWidth);
     }
   }
-  for (uint32_t c = 0; c < kRgb565Components; ++c) StoreWidths(widths[c], &out[c]);
+  for (uint32_t c = 0; c < kRgb565Components; ++c) StoreWidths(widths[c], kWidthsOnly, &out[c]);
 }
 
 bool NeonColourTransform(const uint8_t* const* planes, size_t pitch, uint32_t n,
@@ -183,19 +196,11 @@ bool NeonColourTransform(const uint8_t* const* planes, size_t pitch, uint32_t n,
   return n >= kByteBits || (vmaxvq_u8(all) >> n) == 0;
 }
 
-bool NeonColourLanes(const uint8_t* const* planes, size_t pitch, uint32_t n, ColourSamples* out,
-                     LaneResidues* lanes) {
+bool NeonColourLanes(const uint8_t* const* planes, size_t pitch, uint32_t n,
+                     const LaneSizing* sizings, ColourSamples* out, LaneResidues* lanes) {
   if (!NeonColourTransform(planes, pitch, n, out)) return false;
-  for (uint32_t c = 0; c < kRgb565Components; ++c) NeonExactLane(out->c[c], &lanes[c]);
+  for (uint32_t c = 0; c < kRgb565Components; ++c) NeonExactLane(out->c[c], sizings[c], &lanes[c]);
   return true;
-}
-
-uint32_t NeonLaneBits(const LaneResidues& lane, uint32_t escape, uint32_t codedBits) {
-  const uint8x16_t width = vld1q_u8(lane.width);
-  const uint8x16_t narrow = vcltq_u8(width, vdupq_n_u8(static_cast<uint8_t>(escape)));
-  const uint8x16_t fieldBits =
-      vbslq_u8(narrow, width, vdupq_n_u8(static_cast<uint8_t>(codedBits)));
-  return kGroupsPerBlock * kCodeBits + kGroupSize * vaddlvq_u8(fieldBits);
 }
 
 // Bit g of the result for byte g of a mask (0 or 0xff).
@@ -278,7 +283,6 @@ LaneKernels MakeNeonLaneKernels() {
   k.rgb565Lanes = NeonRgb565Lanes;
   k.colourTransform = NeonColourTransform;
   k.colourLanes = NeonColourLanes;
-  k.laneBits = NeonLaneBits;
   k.packLane = NeonPackLane;
   k.splitQuads = NeonSplitQuads;
   k.splitRgb565 = NeonSplitRgb565;

@@ -47,11 +47,30 @@ inline __m128i GroupOrWords(__m128i lo, __m128i hi) {
   return _mm_and_si128(row, _mm_set1_epi32(0xffff));
 }
 
-// Stores the widths of the four rows' groups as 16 bytes in group order.
-inline void StoreWidths(const __m128i* rowWidths, LaneResidues* out) {
+// Bits of a lane's codes and fields from its 16 group widths: groups
+// narrower than the escape take their width, the others the coded width.
+inline uint32_t SizeWidths(__m128i width, const LaneSizing& sizing) {
+  const __m128i narrow = _mm_cmplt_epi8(width, _mm_set1_epi8(static_cast<char>(sizing.escape)));
+  const __m128i fieldBits =
+      _mm_or_si128(_mm_and_si128(narrow, width),
+                   _mm_andnot_si128(narrow, _mm_set1_epi8(static_cast<char>(sizing.codedBits))));
+  const __m128i sums = _mm_sad_epu8(fieldBits, _mm_setzero_si128());
+  const uint32_t total = static_cast<uint32_t>(_mm_cvtsi128_si32(sums) +
+                                               _mm_cvtsi128_si32(_mm_srli_si128(sums, 8)));
+  return kGroupsPerBlock * kCodeBits + kGroupSize * total;
+}
+
+// Every group keeps its width: no width reaches this escape.
+constexpr LaneSizing kWidthsOnly = {32, 0};
+
+// Stores the widths of the four rows' groups as 16 bytes in group order, and
+// the lane's size.
+inline void StoreWidths(const __m128i* rowWidths, const LaneSizing& sizing, LaneResidues* out) {
   const __m128i top = _mm_packs_epi32(rowWidths[0], rowWidths[1]);
   const __m128i bottom = _mm_packs_epi32(rowWidths[2], rowWidths[3]);
-  _mm_store_si128(reinterpret_cast<__m128i*>(out->width), _mm_packus_epi16(top, bottom));
+  const __m128i widths = _mm_packus_epi16(top, bottom);
+  _mm_store_si128(reinterpret_cast<__m128i*>(out->width), widths);
+  out->bits = SizeWidths(widths, sizing);
 }
 
 inline __m128i ZigZag8(__m128i d) {
@@ -80,7 +99,7 @@ inline Row16 WidenBytes(__m128i bytes) {
 
 inline __m128i Load(const void* at) { return _mm_loadu_si128(static_cast<const __m128i*>(at)); }
 
-void X86ByteLane(const uint8_t* rows, size_t pitch, LaneResidues* out) {
+void X86ByteLane(const uint8_t* rows, size_t pitch, const LaneSizing& sizing, LaneResidues* out) {
   const __m128i base = _mm_cvtsi32_si128(rows[0]);
   __m128i above = _mm_setzero_si128();
   __m128i widths[kBlockHeight];
@@ -92,13 +111,13 @@ void X86ByteLane(const uint8_t* rows, size_t pitch, LaneResidues* out) {
     _mm_store_si128(reinterpret_cast<__m128i*>(out->zig + y * kBlockWidth), z);
     widths[y] = BitWidths32(GroupOrBytes(z));
   }
-  StoreWidths(widths, out);
+  StoreWidths(widths, sizing, out);
 }
 
 void X86ByteLanePair(const uint8_t* first, const uint8_t* second, size_t pitch,
-                     LaneResidues* firstOut, LaneResidues* secondOut) {
-  X86ByteLane(first, pitch, firstOut);
-  X86ByteLane(second, pitch, secondOut);
+                     const LaneSizing& sizing, LaneResidues* firstOut, LaneResidues* secondOut) {
+  X86ByteLane(first, pitch, sizing, firstOut);
+  X86ByteLane(second, pitch, sizing, secondOut);
 }
 
 // Residual fields of one row of 16-bit residuals: stored saturated to bytes,
@@ -110,7 +129,7 @@ inline __m128i StoreWordFields(Row16 d, uint8_t* zig) {
   return BitWidths32(GroupOrWords(lo, hi));
 }
 
-void X86ExactLane(const int16_t* samples, LaneResidues* out) {
+void X86ExactLane(const int16_t* samples, const LaneSizing& sizing, LaneResidues* out) {
   const __m128i base = _mm_cvtsi32_si128(static_cast<uint16_t>(samples[0]));
   Row16 above{_mm_setzero_si128(), _mm_setzero_si128()};
   __m128i widths[kBlockHeight];
@@ -121,7 +140,7 @@ void X86ExactLane(const int16_t* samples, LaneResidues* out) {
     above = h;
     widths[y] = StoreWordFields(d, out->zig + y * kBlockWidth);
   }
-  StoreWidths(widths, out);
+  StoreWidths(widths, sizing, out);
 }
 
 // Balanced residue of 16-bit values modulo 2^bits.
@@ -168,7 +187,7 @@ void X86Rgb565Lanes(const uint8_t* const* planes, size_t pitch, LaneResidues* ou
       widths[c][y] = StoreWordFields(Row16{dLo[c], dHi[c]}, out[c].zig + y * kBlockWidth);
     }
   }
-  for (uint32_t c = 0; c < kRgb565Components; ++c) StoreWidths(widths[c], &out[c]);
+  for (uint32_t c = 0; c < kRgb565Components; ++c) StoreWidths(widths[c], kWidthsOnly, &out[c]);
 }
 
 bool X86ColourTransform(const uint8_t* const* planes, size_t pitch, uint32_t n,
@@ -202,22 +221,11 @@ bool X86ColourTransform(const uint8_t* const* planes, size_t pitch, uint32_t n,
   return _mm_movemask_epi8(clear) == 0xffff;
 }
 
-bool X86ColourLanes(const uint8_t* const* planes, size_t pitch, uint32_t n, ColourSamples* out,
-                    LaneResidues* lanes) {
+bool X86ColourLanes(const uint8_t* const* planes, size_t pitch, uint32_t n,
+                    const LaneSizing* sizings, ColourSamples* out, LaneResidues* lanes) {
   if (!X86ColourTransform(planes, pitch, n, out)) return false;
-  for (uint32_t c = 0; c < kRgb565Components; ++c) X86ExactLane(out->c[c], &lanes[c]);
+  for (uint32_t c = 0; c < kRgb565Components; ++c) X86ExactLane(out->c[c], sizings[c], &lanes[c]);
   return true;
-}
-
-uint32_t X86LaneBits(const LaneResidues& lane, uint32_t escape, uint32_t codedBits) {
-  const __m128i width = _mm_load_si128(reinterpret_cast<const __m128i*>(lane.width));
-  const __m128i narrow = _mm_cmplt_epi8(width, _mm_set1_epi8(static_cast<char>(escape)));
-  const __m128i fieldBits = _mm_or_si128(_mm_and_si128(narrow, width),
-                                         _mm_andnot_si128(narrow, _mm_set1_epi8(static_cast<char>(codedBits))));
-  const __m128i sums = _mm_sad_epu8(fieldBits, _mm_setzero_si128());
-  const uint32_t total = static_cast<uint32_t>(_mm_cvtsi128_si32(sums) +
-                                               _mm_cvtsi128_si32(_mm_srli_si128(sums, 8)));
-  return kGroupsPerBlock * kCodeBits + kGroupSize * total;
 }
 
 // 2^v for four 32-bit values v below 31: the float of exponent v.
@@ -386,7 +394,7 @@ void PlainJoinFields(const LanePack* packs, uint32_t lanes, uint64_t* joined, ui
 
 constexpr LaneKernels MakeX86LaneKernels(const char* name) {
   return LaneKernels{name,          X86ByteLane,   X86ByteLanePair, X86ExactLane,    X86Rgb565Lanes, X86ColourTransform, X86ColourLanes,
-                     X86LaneBits,   X86PackLane,   X86PackCodes,    PlainJoinFields,
+                     X86PackLane,   X86PackCodes,    PlainJoinFields,
                      X86SplitQuads, X86SplitRgb565};
 }
 

@@ -52,8 +52,6 @@ static_assert(std::endian::native == std::endian::little,
 constexpr uint32_t kColourComponents = 3;
 constexpr uint32_t kMaxLanes = kMaxBlocks * kMaxComponents;
 constexpr uint32_t kCodeGroupsPerWord = 4;
-// Escape value no group width reaches: every group keeps its width.
-constexpr uint32_t kNoEscape = kByteBits;
 // RGB565 without the transform: codes 5, 6, 5 would mean raw samples, so
 // full-width predicted groups take the codes above them.
 constexpr uint32_t kRgb565Escape[kRgb565Components] = {5, 6, 5};
@@ -144,39 +142,51 @@ void PlanBytePlane(const TileShape& s, const LaneKernels& k, const TileComponent
   for (uint32_t b = 0; b < blocks; ++b) {
     for (uint32_t c = 0; c < components; ++c) plainBits += s.sampleBits[c];
   }
-  // Residues of every coded lane, two lanes to a call.
+  // Residues and sizes of every coded lane, two lanes of one sizing to a call.
   const uint8_t* rows[kMaxLanes];
   LaneResidues* lanes[kMaxLanes];
+  LaneSizing sizings[kMaxLanes];
   uint32_t count = 0;
   for (uint32_t b = 0; b < blocks; ++b) {
     for (uint32_t c = 0; c < coded; ++c, ++count) {
       rows[count] = BlockRows(s, t, b, c);
       lanes[count] = &scratch->byteLanes[b][c];
+      sizings[count] = LaneSizing{s.escape[c], s.sampleBits[c]};
     }
   }
-  uint32_t i = 0;
-  for (; i + 1 < count; i += 2) k.byteLanePair(rows[i], rows[i + 1], t.pitch, lanes[i], lanes[i + 1]);
-  if (i < count) k.byteLane(rows[i], t.pitch, lanes[i]);
+  for (uint32_t i = 0; i < count;) {
+    const bool pair = i + 1 < count && sizings[i].escape == sizings[i + 1].escape &&
+                      sizings[i].codedBits == sizings[i + 1].codedBits;
+    if (pair) {
+      k.byteLanePair(rows[i], rows[i + 1], t.pitch, sizings[i], lanes[i], lanes[i + 1]);
+      i += 2;
+    } else {
+      k.byteLane(rows[i], t.pitch, sizings[i], lanes[i]);
+      i += 1;
+    }
+  }
   uint64_t sharedBits = 0;  // lanes both flag settings code the same way
   for (uint32_t b = 0; b < blocks; ++b) {
     for (uint32_t c = 0; c < coded; ++c) {
-      const uint32_t bits = k.laneBits(scratch->byteLanes[b][c], s.escape[c], s.sampleBits[c]);
+      const uint32_t bits = scratch->byteLanes[b][c].bits;
       plainBits += bits;
       if (c >= kColourComponents) sharedBits += bits;
     }
   }
   bool colour = false;
-  if (s.colourPossible && k.colourLanes(t.plane, t.pitch, s.sampleBits[0], &scratch->colour,
-                                        scratch->exactLanes)) {
-    uint64_t colourBits = s.headerBits + sharedBits + 2;  // components 1 and 2 are one bit wider
-    for (uint32_t c = 0; c < components; ++c) colourBits += s.sampleBits[c];
-    for (uint32_t c = 0; c < kColourComponents; ++c) {
-      const uint32_t codedBits = s.sampleBits[c] + (c == 0 ? 0 : 1);
-      colourBits += k.laneBits(scratch->exactLanes[c], s.escape[c], codedBits);
-    }
-    if (colourBits < plainBits) {
-      colour = true;
-      plan->bits = colourBits;
+  if (s.colourPossible) {
+    const LaneSizing colourSizings[kColourComponents] = {
+        {s.escape[0], s.sampleBits[0]}, {s.escape[1], s.sampleBits[1] + 1},
+        {s.escape[2], s.sampleBits[2] + 1}};
+    if (k.colourLanes(t.plane, t.pitch, s.sampleBits[0], colourSizings, &scratch->colour,
+                      scratch->exactLanes)) {
+      uint64_t colourBits = s.headerBits + sharedBits + 2;  // components 1 and 2 are one bit wider
+      for (uint32_t c = 0; c < components; ++c) colourBits += s.sampleBits[c];
+      for (uint32_t c = 0; c < kColourComponents; ++c) colourBits += scratch->exactLanes[c].bits;
+      if (colourBits < plainBits) {
+        colour = true;
+        plan->bits = colourBits;
+      }
     }
   }
   if (!colour) plan->bits = plainBits;
@@ -228,20 +238,22 @@ void PlanRgb565(const TileShape& s, const LaneKernels& k, const TileComponents& 
   LaneResidues* direct = scratch->byteLanes[0];
   k.rgb565Lanes(t.plane, t.pitch, direct);
   uint64_t directBits = s.headerBits;
-  for (uint32_t c = 0; c < kRgb565Components; ++c) {
-    directBits += s.sampleBits[c] + k.laneBits(direct[c], kNoEscape, 0);
-  }
+  for (uint32_t c = 0; c < kRgb565Components; ++c) directBits += s.sampleBits[c] + direct[c].bits;
   bool colour = false;
-  if (s.colourPossible && k.colourLanes(t.plane, t.pitch, s.sampleBits[0], &scratch->colour,
-                                        scratch->exactLanes)) {
-    uint64_t colourBits = s.headerBits;
-    for (uint32_t c = 0; c < kColourComponents; ++c) {
-      const uint32_t codedBits = s.sampleBits[c] + (c == 0 ? 0 : 1);
-      colourBits += codedBits + k.laneBits(scratch->exactLanes[c], s.escape[c], codedBits);
-    }
-    if (colourBits < directBits) {
-      colour = true;
-      plan->bits = colourBits;
+  if (s.colourPossible) {
+    const LaneSizing colourSizings[kColourComponents] = {
+        {s.escape[0], s.sampleBits[0]}, {s.escape[1], s.sampleBits[1] + 1},
+        {s.escape[2], s.sampleBits[2] + 1}};
+    if (k.colourLanes(t.plane, t.pitch, s.sampleBits[0], colourSizings, &scratch->colour,
+                      scratch->exactLanes)) {
+      uint64_t colourBits = s.headerBits;
+      for (uint32_t c = 0; c < kColourComponents; ++c) {
+        colourBits += colourSizings[c].codedBits + scratch->exactLanes[c].bits;
+      }
+      if (colourBits < directBits) {
+        colour = true;
+        plan->bits = colourBits;
+      }
     }
   }
   if (!colour) plan->bits = directBits;

@@ -102,10 +102,16 @@ uint32_t BitLength(uint32_t v) {
   return n;
 }
 
+// Every group keeps its width: no width reaches this escape.
+constexpr LaneSizing kWidthsOnly = {32, 0};
+
 // What a lane must hold for the exact residuals `r` (zig-zag fields
-// saturated at 255 in bytes, widths from the unsaturated ones).
-LaneResidues ExpectedLane(const int64_t* r) {
+// saturated at 255 in bytes, widths from the unsaturated ones), and its size:
+// a 3-bit code per group, then four fields of the group's width, or of the
+// coded width from the escape on.
+LaneResidues ExpectedLane(const int64_t* r, const LaneSizing& sizing) {
   LaneResidues lane{};
+  lane.bits = 0;
   for (int g = 0; g < kGroups; ++g) {
     uint32_t all = 0;
     for (int i = 4 * g; i < 4 * g + 4; ++i) {
@@ -114,6 +120,7 @@ LaneResidues ExpectedLane(const int64_t* r) {
       lane.zig[i] = static_cast<uint8_t>(z < 255 ? z : 255);
     }
     lane.width[g] = static_cast<uint8_t>(BitLength(all));
+    lane.bits += 3 + 4 * (lane.width[g] < sizing.escape ? lane.width[g] : sizing.codedBits);
   }
   return lane;
 }
@@ -121,10 +128,15 @@ LaneResidues ExpectedLane(const int64_t* r) {
 void ExpectSameLane(const LaneResidues& a, const LaneResidues& b, const std::string& what) {
   EXPECT_EQ(0, std::memcmp(a.zig, b.zig, sizeof a.zig)) << what;
   EXPECT_EQ(0, std::memcmp(a.width, b.width, sizeof a.width)) << what;
+  EXPECT_EQ(a.bits, b.bits) << what;
 }
 
+// Sizings of every kind: the byte lanes', the colour lanes', escapes below
+// and above the usual ones.
+constexpr LaneSizing kSizings[] = {{7, 8}, {7, 9}, {5, 6}, {2, 8}, {8, 5}};
+
 // Residuals modulo 256 as the representatives in [-128, 127].
-LaneResidues ExpectedByteLane(const Block& b) {
+LaneResidues ExpectedByteLane(const Block& b, const LaneSizing& sizing) {
   int64_t s[kSamples];
   int64_t r[kSamples];
   for (int i = 0; i < kSamples; ++i) s[i] = b[i];
@@ -132,15 +144,15 @@ LaneResidues ExpectedByteLane(const Block& b) {
     const int64_t d = (s[i] - Predict(s, i % kWidth, i / kWidth, s[0])) & 0xff;
     r[i] = d >= 128 ? d - 256 : d;
   }
-  return ExpectedLane(r);
+  return ExpectedLane(r, sizing);
 }
 
-LaneResidues ExpectedExactLane(const int16_t* samples) {
+LaneResidues ExpectedExactLane(const int16_t* samples, const LaneSizing& sizing) {
   int64_t s[kSamples];
   int64_t r[kSamples];
   for (int i = 0; i < kSamples; ++i) s[i] = samples[i];
   for (int i = 0; i < kSamples; ++i) r[i] = s[i] - Predict(s, i % kWidth, i / kWidth, s[0]);
-  return ExpectedLane(r);
+  return ExpectedLane(r, sizing);
 }
 
 // 16-bit samples below 2^bits made from a byte block and a second one.
@@ -160,13 +172,14 @@ TEST(EncodeKernels, PlainResiduesFollowTheGradientPredictor) {
   const LaneKernels& plain = PlainLaneKernels();
   const std::vector<Block> blocks = AllBlocks();
   for (size_t n = 0; n < blocks.size(); ++n) {
+    const LaneSizing& sizing = kSizings[n % std::size(kSizings)];
     LaneResidues got;
-    plain.byteLane(blocks[n].data(), kWidth, &got);
-    ExpectSameLane(got, ExpectedByteLane(blocks[n]), "byte lane, block " + std::to_string(n));
+    plain.byteLane(blocks[n].data(), kWidth, sizing, &got);
+    ExpectSameLane(got, ExpectedByteLane(blocks[n], sizing), "byte lane, block " + std::to_string(n));
     for (int bits : {6, 9, 10}) {
       const std::vector<int16_t> s = WideSamples(blocks[n], blocks[(n + 1) % blocks.size()], bits);
-      plain.exactLane(s.data(), &got);
-      ExpectSameLane(got, ExpectedExactLane(s.data()),
+      plain.exactLane(s.data(), sizing, &got);
+      ExpectSameLane(got, ExpectedExactLane(s.data(), sizing),
                      "exact lane, " + std::to_string(bits) + " bits, block " + std::to_string(n));
     }
   }
@@ -205,8 +218,8 @@ TEST(EncodeKernels, PlainRgb565FieldsCarryBetweenComponents) {
     LaneResidues got[3];
     plain.rgb565Lanes(rows, kWidth, got);
     for (int c = 0; c < 3; ++c) {
-      ExpectSameLane(got[c], ExpectedLane(d[c]), "component " + std::to_string(c) + ", blocks " +
-                                                     std::to_string(n));
+      ExpectSameLane(got[c], ExpectedLane(d[c], kWidthsOnly),
+                     "component " + std::to_string(c) + ", blocks " + std::to_string(n));
     }
   }
 }
@@ -254,7 +267,7 @@ TEST(EncodeKernels, PlainPackingFollowsTheGroupCodes) {
   const Coding codings[] = {{7, 8, 0, true}, {5, 6, 0, false}, {6, 6, 7, false}, {5, 5, 6, false}};
   for (const Block& b : blocks) {
     LaneResidues lane;
-    plain.byteLane(b.data(), kWidth, &lane);
+    plain.byteLane(b.data(), kWidth, kSizings[0], &lane);
     for (const Coding& c : codings) {
       LanePack pack;
       const uint32_t escaped =
@@ -295,17 +308,18 @@ TEST(EncodeKernels, VectorRoutinesMatchThePlainOnes) {
       const Block& b = blocks[n];
       LaneResidues want[4];
       LaneResidues got[4];
-      plain.byteLane(b.data(), kWidth, &want[0]);
-      vector->byteLane(b.data(), kWidth, &got[0]);
+      const LaneSizing& sizing = kSizings[n % std::size(kSizings)];
+      plain.byteLane(b.data(), kWidth, sizing, &want[0]);
+      vector->byteLane(b.data(), kWidth, sizing, &got[0]);
       ExpectSameLane(got[0], want[0], "byte lane, " + at);
-      plain.byteLane(blocks[n + 1].data(), kWidth, &want[1]);
-      vector->byteLanePair(b.data(), blocks[n + 1].data(), kWidth, &got[0], &got[1]);
+      plain.byteLane(blocks[n + 1].data(), kWidth, sizing, &want[1]);
+      vector->byteLanePair(b.data(), blocks[n + 1].data(), kWidth, sizing, &got[0], &got[1]);
       ExpectSameLane(got[0], want[0], "byte lane pair, first, " + at);
       ExpectSameLane(got[1], want[1], "byte lane pair, second, " + at);
       for (int bits : {6, 9, 10}) {
         const std::vector<int16_t> s = WideSamples(b, blocks[n + 1], bits);
-        plain.exactLane(s.data(), &want[2]);
-        vector->exactLane(s.data(), &got[2]);
+        plain.exactLane(s.data(), sizing, &want[2]);
+        vector->exactLane(s.data(), sizing, &got[2]);
         ExpectSameLane(got[2], want[2], "exact lane, " + at);
       }
       const Block* three = &blocks[n + 1];
@@ -329,18 +343,14 @@ TEST(EncodeKernels, VectorRoutinesMatchThePlainOnes) {
         }
         LaneResidues lanesWant[3];
         LaneResidues lanesGot[3];
-        ASSERT_EQ(plain.colourLanes(rows, kWidth, bits, &a, lanesWant), fits) << "colour lanes, " << at;
-        ASSERT_EQ(vector->colourLanes(rows, kWidth, bits, &v, lanesGot), fits) << "colour lanes, " << at;
+        const LaneSizing sizings[3] = {kSizings[0], kSizings[1], kSizings[n % 3 + 2]};
+        ASSERT_EQ(plain.colourLanes(rows, kWidth, bits, sizings, &a, lanesWant), fits)
+            << "colour lanes, " << at;
+        ASSERT_EQ(vector->colourLanes(rows, kWidth, bits, sizings, &v, lanesGot), fits)
+            << "colour lanes, " << at;
         for (int c = 0; c < 3 && fits; ++c) {
           ExpectSameLane(lanesGot[c], lanesWant[c], "colour lanes, " + at);
           EXPECT_EQ(0, std::memcmp(a.c[c], v.c[c], sizeof a.c[c])) << "colour lanes, " << at;
-        }
-      }
-      for (uint32_t escape = 1; escape <= 8; ++escape) {
-        for (uint32_t codedBits : {5u, 8u, 9u}) {
-          EXPECT_EQ(vector->laneBits(want[0], escape, codedBits),
-                    plain.laneBits(want[0], escape, codedBits))
-              << "lane bits, " << at;
         }
       }
       const LaneCoding codings[] = {{7, 8, 0, b.data(), kWidth}, {7, 9, 0, nullptr, 0},
