@@ -208,10 +208,18 @@ void PlainSplitRgb565(const uint8_t* rows, size_t pitch, uint8_t* planes) {
 }
 
 constexpr LaneKernels kPlain = {
-    "plain",          PlainByteLane, PlainByteLanePair, PlainExactLane,  PlainRgb565Lanes, PlainColourTransform,
-    PlainColourLanes,
-    PlainPackLane,   PlainPackCodes,   PlainJoinGroupFields,
-    PlainSplitQuads,  PlainSplitRgb565,
+    .name = "plain",
+    .byteLane = PlainByteLane,
+    .byteLanePair = PlainByteLanePair,
+    .exactLane = PlainExactLane,
+    .rgb565Lanes = PlainRgb565Lanes,
+    .colourTransform = PlainColourTransform,
+    .colourLanes = PlainColourLanes,
+    .packLane = PlainPackLane,
+    .packCodes = PlainPackCodes,
+    .joinGroupFields = PlainJoinGroupFields,
+    .splitQuads = PlainSplitQuads,
+    .splitRgb565 = PlainSplitRgb565,
 };
 
 }  // namespace

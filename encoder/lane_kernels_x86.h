@@ -393,9 +393,20 @@ void PlainJoinFields(const LanePack* packs, uint32_t lanes, uint64_t* joined, ui
 }
 
 constexpr LaneKernels MakeX86LaneKernels(const char* name) {
-  return LaneKernels{name,          X86ByteLane,   X86ByteLanePair, X86ExactLane,    X86Rgb565Lanes, X86ColourTransform, X86ColourLanes,
-                     X86PackLane,   X86PackCodes,    PlainJoinFields,
-                     X86SplitQuads, X86SplitRgb565};
+  return LaneKernels{
+      .name = name,
+      .byteLane = X86ByteLane,
+      .byteLanePair = X86ByteLanePair,
+      .exactLane = X86ExactLane,
+      .rgb565Lanes = X86Rgb565Lanes,
+      .colourTransform = X86ColourTransform,
+      .colourLanes = X86ColourLanes,
+      .packLane = X86PackLane,
+      .packCodes = X86PackCodes,
+      .joinGroupFields = PlainJoinFields,
+      .splitQuads = X86SplitQuads,
+      .splitRgb565 = X86SplitRgb565,
+  };
 }
 
 }  // namespace
