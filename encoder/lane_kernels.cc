@@ -7,6 +7,22 @@
 #include "encoder/lane_math.h"
 
 namespace pelcast {
+
+void PlainJoinGroupFields(const LanePack* packs, uint32_t lanes, uint64_t* joined,
+                          uint8_t* bits) {
+  constexpr uint32_t kWordBits = 64;
+  for (uint32_t g = 0; g < kGroupsPerBlock; ++g) {
+    uint64_t word = 0;
+    uint32_t at = 0;
+    for (uint32_t l = 0; l < lanes; ++l) {
+      if (at < kWordBits) word |= packs[l].fields[g] << at;
+      at += packs[l].fieldBits[g];
+    }
+    joined[g] = word;
+    bits[g] = static_cast<uint8_t>(at);
+  }
+}
+
 namespace {
 
 constexpr int32_t kSampleLimit = 255;  // zig-zag fields are kept in bytes
@@ -165,21 +181,6 @@ void PlainPackCodes(const LanePack* packs, uint32_t lanes, uint64_t* words) {
       }
     }
     words[q] = word;
-  }
-}
-
-void PlainJoinGroupFields(const LanePack* packs, uint32_t lanes, uint64_t* joined,
-                          uint8_t* bits) {
-  constexpr uint32_t kWordBits = 64;
-  for (uint32_t g = 0; g < kGroupsPerBlock; ++g) {
-    uint64_t word = 0;
-    uint32_t at = 0;
-    for (uint32_t l = 0; l < lanes; ++l) {
-      if (at < kWordBits) word |= packs[l].fields[g] << at;
-      at += packs[l].fieldBits[g];
-    }
-    joined[g] = word;
-    bits[g] = static_cast<uint8_t>(at);
   }
 }
 

@@ -112,6 +112,10 @@ struct LaneKernels {
 // The plain routines, always available.
 const LaneKernels& PlainLaneKernels();
 
+// The plain joining of group fields, which the SSE2 set shares (it has no
+// per-lane 64-bit shifts).
+void PlainJoinGroupFields(const LanePack* packs, uint32_t lanes, uint64_t* joined, uint8_t* bits);
+
 // The vector routine sets this processor can run, best last.
 struct VectorKernelSets {
   const LaneKernels* set[2];

@@ -377,21 +377,6 @@ void X86SplitRgb565(const uint8_t* rows, size_t pitch, uint8_t* planes) {
   }
 }
 
-// SSE2 has no per-lane 64-bit shifts: joined one group at a time.
-void PlainJoinFields(const LanePack* packs, uint32_t lanes, uint64_t* joined, uint8_t* bits) {
-  constexpr uint32_t kWordBits = 64;
-  for (uint32_t g = 0; g < kGroupsPerBlock; ++g) {
-    uint64_t word = 0;
-    uint32_t at = 0;
-    for (uint32_t l = 0; l < lanes; ++l) {
-      if (at < kWordBits) word |= packs[l].fields[g] << at;
-      at += packs[l].fieldBits[g];
-    }
-    joined[g] = word;
-    bits[g] = static_cast<uint8_t>(at);
-  }
-}
-
 constexpr LaneKernels MakeX86LaneKernels(const char* name) {
   return LaneKernels{
       .name = name,
@@ -403,7 +388,7 @@ constexpr LaneKernels MakeX86LaneKernels(const char* name) {
       .colourLanes = X86ColourLanes,
       .packLane = X86PackLane,
       .packCodes = X86PackCodes,
-      .joinGroupFields = PlainJoinFields,
+      .joinGroupFields = PlainJoinGroupFields,
       .splitQuads = X86SplitQuads,
       .splitRgb565 = X86SplitRgb565,
   };
