@@ -13,14 +13,10 @@
 #include "decoder/tile_decoder.h"
 #include "encoder/frame_encoder.h"
 #include "encoder/tile_encoder.h"
+#include "surface/frame_config.h"
 
 namespace pelcast::bench {
 namespace {
-
-// The fixed addressing settings every command uses.
-constexpr uint64_t kAddressingMode = 1;
-constexpr uint64_t kSwizzleEnable = 1;
-constexpr uint64_t kBankBit = 15;
 
 constexpr size_t kRgbaPixelBytes = 4;
 constexpr size_t kRgb565PixelBytes = 2;
@@ -96,80 +92,6 @@ void CopyRows(const uint8_t* source, size_t sourcePitch, uint8_t* destination,
   }
 }
 
-void FillEncodeConfig(EncodeJob& job, uint64_t surfaceFormat, uint64_t width, uint64_t height,
-                      size_t yDataOffset, size_t yDataSize, size_t uvMetaOffset) {
-  ZpakConfig& c = job.config;
-  c = ZpakConfig{};
-  c.yMetaPlane = job.compressed.data();
-  c.yDataPlane = c.yMetaPlane + yDataOffset;
-  c.uvMetaPlane = c.yDataPlane + yDataSize;
-  c.uvDataPlane = c.uvMetaPlane + uvMetaOffset;
-  c.linearY = job.staging.data();
-  c.linearUv = job.staging.data() + yDataSize;
-  c.surfaceFormat = surfaceFormat;
-  c.addressingMode = kAddressingMode;
-  c.swizzleEnable = kSwizzleEnable;
-  c.bankBit = kBankBit;
-  c.width = c.alignedWidth = width;
-  c.height = c.alignedHeight = height;
-  c.compressedEnd = job.compressed.data() + job.compressed.size();
-}
-
-// NV12 as command N stages it: luma rows at the aligned stride, then the U
-// plane and the V plane, each with half that stride.
-void StageNv12(const Frame& frame, EncodeJob& job) {
-  const auto g = ComputeEncodeGeometryT<uint32_t>(true, static_cast<uint32_t>(frame.width),
-                                                  static_cast<uint32_t>(frame.height));
-  job.staging.assign(g.stagingSize, 0);
-  job.compressed.assign(g.bufferSize, 0);
-  const size_t w = static_cast<size_t>(frame.width);
-  const size_t h = static_cast<size_t>(frame.height);
-  CopyRows(frame.bytes.data(), w, job.staging.data(), g.linearStride, w, h);
-  const size_t chromaPitch = g.linearStride / 2;
-  uint8_t* u = job.staging.data() + g.yDataSize;
-  uint8_t* v = u + (size_t{g.linearStride} * g.linearScanlines) / 4;
-  const uint8_t* uv = frame.bytes.data() + w * h;
-  for (size_t r = 0; r < h / 2; ++r) {
-    for (size_t c = 0; c < w / 2; ++c) {
-      u[r * chromaPitch + c] = uv[r * w + 2 * c];
-      v[r * chromaPitch + c] = uv[r * w + 2 * c + 1];
-    }
-  }
-  FillEncodeConfig(job, kSurfaceNv12, g.linearStride, g.linearScanlines, g.yDataOffset, g.yDataSize,
-                   g.uvMetaOffset);
-  job.context = MakeContext(kContextNv12);
-  if (!PrepareZpakFrameTables(job.context.get(), &job.config)) Fail("address tables");
-}
-
-// RGBA8888 as command H stages it.
-void StageRgba(const Frame& frame, EncodeJob& job) {
-  const auto g = ComputeEncodeGeometryT<uint32_t>(false, static_cast<uint32_t>(frame.width),
-                                                  static_cast<uint32_t>(frame.height));
-  job.staging.assign(g.stagingSize, 0);
-  job.compressed.assign(g.bufferSize, 0);
-  const size_t rowBytes = kRgbaPixelBytes * static_cast<size_t>(frame.width);
-  CopyRows(frame.bytes.data(), rowBytes, job.staging.data(), g.yStride, rowBytes,
-           static_cast<size_t>(frame.height));
-  FillEncodeConfig(job, kSurfaceRgba8888, g.yStride / kRgbaPixelBytes, g.yScanlines, g.yDataOffset,
-                   g.yDataSize, g.uvMetaOffset);
-  job.context = MakeContext(kContextRgba8888);
-  if (!PrepareZpakFrameTables(job.context.get(), &job.config)) Fail("address tables");
-}
-
-// RGB565 with the strides command B decodes into.
-void StageRgb565(const Frame& frame, EncodeJob& job) {
-  const PlaneGeometry g = ComputePlaneGeometry(PlaneFormat::kRgb565, frame.width, frame.height);
-  job.staging.assign(g.yDataBufSize, 0);
-  job.compressed.assign(g.frameSize, 0);
-  const size_t rowBytes = kRgb565PixelBytes * static_cast<size_t>(frame.width);
-  CopyRows(frame.bytes.data(), rowBytes, job.staging.data(), g.yStride, rowBytes,
-           static_cast<size_t>(frame.height));
-  FillEncodeConfig(job, kSurfaceRgb565, g.yStride / kRgb565PixelBytes, g.yBufLength, g.yMetaBufSize,
-                   g.yDataBufSize, 0);
-  job.context = MakeContext(kContextRgb565);
-  if (!PrepareZpakFrameTablesRgb565(job.context.get(), &job.config)) Fail("address tables");
-}
-
 PlaneFormat ToPlaneFormat(PixelLayout layout) {
   switch (layout) {
     case PixelLayout::kNv12:
@@ -182,54 +104,70 @@ PlaneFormat ToPlaneFormat(PixelLayout layout) {
   return PlaneFormat::kRgb565;
 }
 
-// The descriptor commands U, G and B fill for every frame.
-void FillDecodeConfig(DecodeJob& job) {
-  const PlaneGeometry& g = job.geometry;
-  ZpakConfig& c = job.config;
-  c = ZpakConfig{};
-  c.yMetaPlane = job.compressed.data();
-  c.yDataPlane = c.yMetaPlane + g.yMetaBufSize;
-  c.uvMetaPlane = c.yDataPlane + g.yDataBufSize;
-  c.linearY = job.output.data();
-  c.alignedHeight = g.yBufLength;
-  c.stride = g.yStride;
-  c.uvDataOffset = g.yDataBufSize;
-  switch (job.layout) {
-    case PixelLayout::kNv12:
-      c.width = static_cast<uint64_t>(job.width);
-      c.height = static_cast<uint64_t>(job.height);
-      c.alignedWidth = g.yStride;
-      c.uvDataOffset = uint64_t{g.yDataBufSize} + g.uvMetaBufSize;
-      c.surfaceFormat = kSurfaceNv12;
-      break;
-    case PixelLayout::kRgba8888:
-      c.width = c.alignedWidth = g.yStride / kRgbaPixelBytes;
-      c.height = g.yBufLength;
-      c.surfaceFormat = kSurfaceRgba8888;
-      break;
-    case PixelLayout::kRgb565:
-      c.width = c.alignedWidth = g.yStride / kRgb565PixelBytes;
-      c.height = g.yBufLength;
-      c.surfaceFormat = kSurfaceRgb565;
-      break;
-  }
-  c.addressingMode = kAddressingMode;
-  c.swizzleEnable = kSwizzleEnable;
-  c.bankBit = kBankBit;
-  c.enable = 1;
-  c.compressedEnd = job.compressed.data() + job.compressed.size();
+// The descriptor and context of `job` once its buffers are staged.
+void FinishEncodeJob(EncodeJob& job, uint64_t surfaceFormat, const ZpakInfo& info) {
+  FillEncodeConfig(&job.config, surfaceFormat, info, job.compressed.data(), job.staging.data());
+  job.context = MakeContext(ContextFormatOf(ToPlaneFormat(job.layout)));
+  const bool prepared = surfaceFormat == kSurfaceRgb565
+                            ? PrepareZpakFrameTablesRgb565(job.context.get(), &job.config)
+                            : PrepareZpakFrameTables(job.context.get(), &job.config);
+  if (!prepared) Fail("address tables");
 }
 
-uint64_t ContextFormatOf(PixelLayout layout) {
-  switch (layout) {
-    case PixelLayout::kNv12:
-      return kContextNv12;
-    case PixelLayout::kRgba8888:
-      return kContextRgba8888;
-    case PixelLayout::kRgb565:
-      break;
+// NV12 as command N stages it: luma rows at the aligned stride, then the U
+// plane and the V plane, each with half that stride.
+void StageNv12(const Frame& frame, EncodeJob& job) {
+  ZpakInfo info{};
+  const uint32_t stagingBytes = ComputeZpakInfo(&info, static_cast<uint32_t>(frame.width),
+                                                static_cast<uint32_t>(frame.height), kPrepareNv12);
+  job.staging.assign(stagingBytes, 0);
+  job.compressed.assign(info.bufferSize, 0);
+  const size_t w = static_cast<size_t>(frame.width);
+  const size_t h = static_cast<size_t>(frame.height);
+  CopyRows(frame.bytes.data(), w, job.staging.data(), info.linearStride, w, h);
+  const size_t chromaPitch = info.linearStride / 2;
+  uint8_t* u = job.staging.data() + info.yDataSize;
+  uint8_t* v = u + (size_t{info.linearStride} * info.linearScanlines) / 4;
+  const uint8_t* uv = frame.bytes.data() + w * h;
+  for (size_t r = 0; r < h / 2; ++r) {
+    for (size_t c = 0; c < w / 2; ++c) {
+      u[r * chromaPitch + c] = uv[r * w + 2 * c];
+      v[r * chromaPitch + c] = uv[r * w + 2 * c + 1];
+    }
   }
-  return kContextRgb565;
+  FinishEncodeJob(job, kSurfaceNv12, info);
+}
+
+// RGBA8888 as command H stages it.
+void StageRgba(const Frame& frame, EncodeJob& job) {
+  ZpakInfo info{};
+  const uint32_t stagingBytes =
+      ComputeZpakInfo(&info, static_cast<uint32_t>(frame.width),
+                      static_cast<uint32_t>(frame.height), kPrepareRgba8888);
+  job.staging.assign(stagingBytes, 0);
+  job.compressed.assign(info.bufferSize, 0);
+  const size_t rowBytes = kRgbaPixelBytes * static_cast<size_t>(frame.width);
+  CopyRows(frame.bytes.data(), rowBytes, job.staging.data(), info.yStride, rowBytes,
+           static_cast<size_t>(frame.height));
+  FinishEncodeJob(job, kSurfaceRgba8888, info);
+}
+
+// RGB565 with the strides command B decodes into: one data plane after the
+// metadata plane, as long as one decode-side frame.
+void StageRgb565(const Frame& frame, EncodeJob& job) {
+  const PlaneGeometry g = ComputePlaneGeometry(PlaneFormat::kRgb565, frame.width, frame.height);
+  ZpakInfo info{};
+  info.yStride = g.yStride;
+  info.yScanlines = g.yBufLength;
+  info.yDataOffset = g.yMetaBufSize;
+  info.yDataSize = g.yDataBufSize;
+  info.bufferSize = g.frameSize;
+  job.staging.assign(g.yDataBufSize, 0);
+  job.compressed.assign(g.frameSize, 0);
+  const size_t rowBytes = kRgb565PixelBytes * static_cast<size_t>(frame.width);
+  CopyRows(frame.bytes.data(), rowBytes, job.staging.data(), g.yStride, rowBytes,
+           static_cast<size_t>(frame.height));
+  FinishEncodeJob(job, kSurfaceRgb565, info);
 }
 
 // How a plane kind's tiles are cut from a packed frame.
@@ -481,8 +419,9 @@ std::unique_ptr<DecodeJob> MakeDecodeJob(const Frame& frame) {
     Fail("the encoded frame of " + frame.name + " is not one decode-side frame long");
   }
   job->output.assign(job->geometry.outputSize, 0);
-  FillDecodeConfig(*job);
-  job->context = MakeContext(ContextFormatOf(frame.layout));
+  FillDecodeConfig(&job->config, ToPlaneFormat(frame.layout), job->geometry, frame.width,
+                   frame.height, job->compressed.data(), job->output.data());
+  job->context = MakeContext(ContextFormatOf(ToPlaneFormat(frame.layout)));
   return job;
 }
 

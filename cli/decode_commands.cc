@@ -11,48 +11,29 @@
 #include "cli/commands.h"
 #include "cli/file_io.h"
 #include "decoder/frame_decoder.h"
+#include "surface/frame_config.h"
 #include "surface/plane_geometry.h"
 #include "surface/zpak_context.h"
 
 namespace pelcast {
 namespace {
 
-constexpr uint64_t kAddressingMode = 1;
-constexpr uint64_t kSwizzleEnable = 1;
-constexpr uint64_t kBankBit = 15;
 constexpr uint32_t kRgbaBytesPerPixel = 4;
 constexpr uint32_t kRgb565BytesPerPixel = 2;
 
-enum class LinearLayout { kNv12, kRgba8888, kRgb565 };
-
 struct DecodeCommand {
   PlaneFormat planeFormat;
-  LinearLayout layout;
-  uint64_t contextFormat;
-  uint64_t surfaceFormat;
   const char* banner;
   // B opens its output right after its input, before testing either.
   bool openOutputWithInput;
 };
 
-constexpr DecodeCommand kNv12Command{PlaneFormat::kNv12,
-                                     LinearLayout::kNv12,
-                                     kContextNv12,
-                                     kSurfaceNv12,
-                                     "Converting buffer from ZPAK to NV12",
+constexpr DecodeCommand kNv12Command{PlaneFormat::kNv12, "Converting buffer from ZPAK to NV12",
                                      false};
 constexpr DecodeCommand kRgba8888Command{PlaneFormat::kRgba8888,
-                                         LinearLayout::kRgba8888,
-                                         kContextRgba8888,
-                                         kSurfaceRgba8888,
-                                         "Converting buffer from ZPAK to RGBA8888",
-                                         false};
+                                         "Converting buffer from ZPAK to RGBA8888", false};
 constexpr DecodeCommand kRgb565Command{PlaneFormat::kRgb565,
-                                       LinearLayout::kRgb565,
-                                       kContextRgb565,
-                                       kSurfaceRgb565,
-                                       "Converting buffer from ZPAK to RGB565",
-                                       true};
+                                       "Converting buffer from ZPAK to RGB565", true};
 
 constexpr char kOpenFailed[] = "ERROR: Unable to open File %s\n";
 
@@ -113,42 +94,6 @@ void WarnIfPartialFrames(uint32_t fileSize, uint32_t frameSize) {
   std::printf("WARN:inputFileSize %u ZPAKBufSize %u\n", fileSize, frameSize);
 }
 
-void FillDescriptor(const DecodeCommand& command, const DecodeSession& s) {
-  const PlaneGeometry& g = s.geometry;
-  ZpakConfig* c = s.config;
-  c->yMetaPlane = s.frameBuffer;
-  c->yDataPlane = s.frameBuffer + g.yMetaBufSize;
-  c->uvMetaPlane = c->yDataPlane + g.yDataBufSize;
-  c->linearY = s.outputBuffer;
-  c->bypass = 0;
-  c->altAddressing = 0;
-  c->alignedHeight = g.yBufLength;
-  c->stride = g.yStride;
-  c->uvDataOffset = g.yDataBufSize;
-  switch (command.layout) {
-    case LinearLayout::kNv12:
-      c->width = static_cast<uint64_t>(s.width);
-      c->height = static_cast<uint64_t>(s.height);
-      c->alignedWidth = g.yStride;
-      c->uvDataOffset = uint64_t{g.yDataBufSize} + g.uvMetaBufSize;
-      break;
-    case LinearLayout::kRgba8888:
-      c->width = c->alignedWidth = g.yStride / kRgbaBytesPerPixel;
-      c->height = g.yBufLength;
-      break;
-    case LinearLayout::kRgb565:
-      c->width = c->alignedWidth = g.yStride / kRgb565BytesPerPixel;
-      c->height = g.yBufLength;
-      break;
-  }
-  c->surfaceFormat = command.surfaceFormat;
-  c->addressingMode = kAddressingMode;
-  c->swizzleEnable = kSwizzleEnable;
-  c->bankBit = kBankBit;
-  c->enable = 1;
-  c->compressedEnd = s.frameBuffer + g.frameSize;
-}
-
 // Exchanges the red and blue fields of every 16-bit little-endian pixel. The
 // pixels are moved as whole 16-bit words so the loop vectorises.
 void SwapRedAndBlue(uint8_t* buffer, uint32_t bytes) {
@@ -194,16 +139,16 @@ void WriteRows(FILE* output, const uint8_t* buffer, uint64_t bufferBytes, uint64
 bool WriteFrame(const DecodeCommand& command, const DecodeSession& s) {
   const PlaneGeometry& g = s.geometry;
   const uint64_t rows = s.height >= 1 ? static_cast<uint64_t>(s.height) : 0;
-  switch (command.layout) {
-    case LinearLayout::kNv12: {
+  switch (command.planeFormat) {
+    case PlaneFormat::kNv12: {
       const auto bytes = static_cast<size_t>(int64_t{s.width} * s.height * 3 / 2);
       return std::fwrite(s.outputBuffer, 1, bytes, s.output) == bytes;
     }
-    case LinearLayout::kRgba8888:
+    case PlaneFormat::kRgba8888:
       WriteRows(s.output, s.outputBuffer, g.outputSize, uint64_t{kRgbaBytesPerPixel} * s.width,
                 rows, g.yStride);
       return true;
-    case LinearLayout::kRgb565:
+    case PlaneFormat::kRgb565:
       if (g.outputSize != 0) SwapRedAndBlue(s.outputBuffer, g.outputSize);
       WriteRows(s.output, s.outputBuffer, g.outputSize, uint64_t{kRgb565BytesPerPixel} * s.width,
                 rows, g.yStride);
@@ -221,8 +166,9 @@ bool DecodeFrames(const DecodeCommand& command, DecodeSession* s) {
   uint32_t frame = 0;
   while (std::fread(s->frameBuffer, frameSize, 1, s->input) == 1) {
     std::printf("Input Frame Read completed=%u\n", frame);
-    FillDescriptor(command, *s);
-    if (command.layout == LinearLayout::kRgb565) {
+    FillDecodeConfig(s->config, command.planeFormat, s->geometry, s->width, s->height,
+                     s->frameBuffer, s->outputBuffer);
+    if (command.planeFormat == PlaneFormat::kRgb565) {
       DecodeZpakFrameRgb565(s->context, s->config);
     } else {
       DecodeZpakFrame(s->context, s->config);
@@ -247,7 +193,7 @@ bool Convert(const DecodeCommand& command, DecodeSession* s) {
                 static_cast<void*>(s->config), static_cast<void*>(s->context));
     return false;
   }
-  ConfigureZpakContext(s->context, command.contextFormat);
+  ConfigureZpakContext(s->context, ContextFormatOf(command.planeFormat));
   std::puts(command.banner);
   s->geometry = ComputePlaneGeometry(command.planeFormat, s->width, s->height);
   PrintGeometry(s->geometry);

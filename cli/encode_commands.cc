@@ -12,15 +12,13 @@
 #include "cli/commands.h"
 #include "cli/file_io.h"
 #include "encoder/frame_encoder.h"
+#include "surface/frame_config.h"
 #include "surface/plane_geometry.h"
 #include "surface/zpak_context.h"
 
 namespace pelcast {
 namespace {
 
-constexpr uint64_t kAddressingMode = 1;
-constexpr uint64_t kSwizzleEnable = 1;
-constexpr uint64_t kBankBit = 15;
 constexpr uint64_t kRgbaPixelBytes = 4;
 constexpr uint64_t kEncoderFailed = 1;
 // Chroma rows are read in chunks of this many bytes (an even count, so U and
@@ -90,35 +88,12 @@ void ReleaseSession(EncodeSession* s) {
   CloseFile(s->input);
 }
 
-// The descriptor of one frame: planes in the compressed buffer in the order
-// Y metadata, Y data, UV metadata, UV data; the staging buffer as the linear
-// image; the fixed addressing settings of the commands.
-void FillConfig(const EncodeSession& s, uint64_t surfaceFormat, uint64_t width, uint64_t height) {
-  const ZpakInfo& info = *s.info;
-  ZpakConfig& c = *s.config;
-  c.yMetaPlane = s.compressed;
-  c.yDataPlane = s.compressed + info.yDataOffset;
-  c.uvMetaPlane = s.compressed + info.yDataOffset + info.yDataSize;
-  c.uvDataPlane = c.uvMetaPlane + info.uvMetaOffset;
-  c.linearY = s.staging;
-  c.linearUv = s.staging + info.yDataSize;
-  c.bypass = 0;
-  c.altAddressing = 0;
-  c.surfaceFormat = surfaceFormat;
-  c.addressingMode = kAddressingMode;
-  c.swizzleEnable = kSwizzleEnable;
-  c.bankBit = kBankBit;
-  c.width = c.alignedWidth = width;
-  c.height = c.alignedHeight = height;
-  c.compressedEnd = s.compressed + info.bufferSize;
-}
-
 void FillRgbaConfig(const EncodeSession& s) {
-  FillConfig(s, kSurfaceRgba8888, s.info->yStride / kRgbaPixelBytes, s.info->yScanlines);
+  FillEncodeConfig(s.config, kSurfaceRgba8888, *s.info, s.compressed, s.staging);
 }
 
 void FillNv12Config(const EncodeSession& s) {
-  FillConfig(s, kSurfaceNv12, s.info->linearStride, s.info->linearScanlines);
+  FillEncodeConfig(s.config, kSurfaceNv12, *s.info, s.compressed, s.staging);
 }
 
 // Reads h rows of 4w bytes, one item each, row i at i x yStride. False at the
@@ -151,7 +126,8 @@ void ReadNv12Chroma(const EncodeSession& s, int32_t width, int32_t height) {
     uint8_t* u = uPlane + static_cast<size_t>(r) * cs;
     uint8_t* v = vPlane + static_cast<size_t>(r) * cs;
     for (size_t done = 0; done < 2 * pairs;) {
-      const size_t want = 2 * pairs - done < kChromaChunkBytes ? 2 * pairs - done : kChromaChunkBytes;
+      const size_t want =
+          2 * pairs - done < kChromaChunkBytes ? 2 * pairs - done : kChromaChunkBytes;
       const size_t got = ended ? 0 : std::fread(chunk, 1, want, s.input);
       for (size_t i = 0; i < want; ++i) {
         const size_t pair = (done + i) >> 1;
@@ -189,8 +165,7 @@ void RunRgbaLoop(const EncodeSession& s, int32_t width, int32_t height, const ch
 
 // Runs N's frame loop; returns whether the usage text is due (a short Y row,
 // or an encoder failure before a failed write).
-bool RunNv12Loop(const EncodeSession& s, int32_t width, int32_t height,
-                 const char* inputPath) {
+bool RunNv12Loop(const EncodeSession& s, int32_t width, int32_t height, const char* inputPath) {
   const ZpakInfo& info = *s.info;
   const size_t rowBytes = static_cast<size_t>(width);
   // As in H, the staging buffer needs no clearing between frames: Y rows are

@@ -201,15 +201,20 @@ int PrepareZpakBuffers(ZpakInfo* info, uint8_t** compressedBuffer, uint8_t** sta
                        uint32_t width, uint32_t height, uint32_t format) {
   info->infoValid = 1;
   if (format != kPrepareNv12 && format != kPrepareRgba8888) return 0;
+  const uint32_t stagingBytes = ComputeZpakInfo(info, width, height, format);
+  if (format == kPrepareNv12) {
+    std::printf("epbBuffSize - %d databufsize - %d YUVBufSize - %d\n",
+                static_cast<int>(info->epbSize), static_cast<int>(info->bufferSize),
+                static_cast<int>(stagingBytes));
+  }
+  return AllocateEncodeBuffers(*info, compressedBuffer, stagingBuffer, stagingBytes);
+}
+
+uint32_t ComputeZpakInfo(ZpakInfo* info, uint32_t width, uint32_t height, uint32_t format) {
   const bool nv12 = format == kPrepareNv12;
   const EncodeGeometryT<uint32_t> g = ComputeEncodeGeometryT<uint32_t>(nv12, width, height);
   FillInfo(info, g, nv12);
-  if (nv12) {
-    std::printf("epbBuffSize - %d databufsize - %d YUVBufSize - %d\n",
-                static_cast<int>(info->epbSize), static_cast<int>(info->bufferSize),
-                static_cast<int>(g.stagingSize));
-  }
-  return AllocateEncodeBuffers(*info, compressedBuffer, stagingBuffer, g.stagingSize);
+  return g.stagingSize;
 }
 
 }  // namespace pelcast

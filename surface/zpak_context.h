@@ -177,4 +177,9 @@ int PrepareZpakBuffers(ZpakInfo* info, uint8_t** compressedBuffer, uint8_t** sta
 // Bytes PrepareZpakBuffers allocates for the staging buffer of NV12.
 uint32_t Nv12StagingBytes(const ZpakInfo& info);
 
+// Fills `info` for kPrepareRgba8888 or kPrepareNv12 as PrepareZpakBuffers
+// does, allocating and printing nothing. Returns the bytes of the staging
+// buffer.
+uint32_t ComputeZpakInfo(ZpakInfo* info, uint32_t width, uint32_t height, uint32_t format);
+
 }  // namespace pelcast

@@ -4,65 +4,10 @@
 #include <cstring>
 
 #include "decoder/frame_decoder.h"
+#include "surface/frame_config.h"
 
 namespace pelcast::inspect {
 namespace {
-
-constexpr uint64_t kAddressingMode = 1;
-constexpr uint64_t kSwizzleEnable = 1;
-constexpr uint64_t kBankBit = 15;
-constexpr uint32_t kRgbaBytesPerPixel = 4;
-constexpr uint32_t kRgb565BytesPerPixel = 2;
-
-uint64_t ContextFormatOf(InspectFormat format) {
-  switch (format) {
-    case InspectFormat::kNv12:
-      return kContextNv12;
-    case InspectFormat::kRgba8888:
-      return kContextRgba8888;
-    case InspectFormat::kRgb565:
-      break;
-  }
-  return kContextRgb565;
-}
-
-// The descriptor of the decode commands (U, G, B) for one frame.
-ZpakConfig MakeDescriptor(const DecodeSession& s, uint8_t* frame) {
-  const PlaneGeometry& g = s.geometry;
-  ZpakConfig c{};
-  c.yMetaPlane = frame;
-  c.yDataPlane = frame + g.yMetaBufSize;
-  c.uvMetaPlane = c.yDataPlane + g.yDataBufSize;
-  c.linearY = s.output;
-  c.alignedHeight = g.yBufLength;
-  c.stride = g.yStride;
-  c.uvDataOffset = g.yDataBufSize;
-  c.addressingMode = kAddressingMode;
-  c.swizzleEnable = kSwizzleEnable;
-  c.bankBit = kBankBit;
-  c.enable = 1;
-  c.compressedEnd = frame + g.frameSize;
-  switch (s.format) {
-    case InspectFormat::kNv12:
-      c.width = static_cast<uint32_t>(s.width);
-      c.height = static_cast<uint32_t>(s.height);
-      c.alignedWidth = g.yStride;
-      c.uvDataOffset = uint64_t{g.yDataBufSize} + g.uvMetaBufSize;
-      c.surfaceFormat = kSurfaceNv12;
-      break;
-    case InspectFormat::kRgba8888:
-      c.width = c.alignedWidth = g.yStride / kRgbaBytesPerPixel;
-      c.height = g.yBufLength;
-      c.surfaceFormat = kSurfaceRgba8888;
-      break;
-    case InspectFormat::kRgb565:
-      c.width = c.alignedWidth = g.yStride / kRgb565BytesPerPixel;
-      c.height = g.yBufLength;
-      c.surfaceFormat = kSurfaceRgb565;
-      break;
-  }
-  return c;
-}
 
 // Command B's exchange of the 5-bit fields of every pixel of the buffer.
 void SwapRedBlue(uint8_t* buffer, uint32_t bytes) {
@@ -92,7 +37,7 @@ bool OpenDecodeSession(InspectFormat format, int32_t width, int32_t height, Deco
     ReleaseDecodeSession(s);
     return false;
   }
-  ConfigureZpakContext(s->context, ContextFormatOf(format));
+  ConfigureZpakContext(s->context, ContextFormatOf(PlaneFormatOf(format)));
   return true;
 }
 
@@ -106,7 +51,8 @@ void ReleaseDecodeSession(DecodeSession* s) {
 LinearFrame DecodeFrame(DecodeSession* s, uint8_t* frame) {
   const PlaneGeometry& g = s->geometry;
   std::memset(s->output, 0, g.outputSize);
-  const ZpakConfig config = MakeDescriptor(*s, frame);
+  ZpakConfig config;
+  FillDecodeConfig(&config, PlaneFormatOf(s->format), g, s->width, s->height, frame, s->output);
   const auto width = static_cast<uint32_t>(s->width);
   const auto height = static_cast<uint32_t>(s->height);
   if (s->format == InspectFormat::kRgb565) {
