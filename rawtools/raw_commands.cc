@@ -17,11 +17,10 @@ namespace {
 
 // The three commands' failure texts are spelled differently on purpose; scripts
 // in the field match them as they are.
-constexpr const char* kPlanarBufferError = "ERROR:Invalid buffer pointer...Exiting ";
-constexpr const char* kPlanarFileError = "ERROR:Invalid file pointer...Exiting ";
-constexpr const char* kSplitBufferError = "ERROR: Invalid buffer ptr...Exiting";
-constexpr const char* kBufferError = "ERROR: Invalid buffer pointer...Exiting";
-constexpr const char* kFileError = "ERROR: Invalid file pointer...Exiting";
+constexpr StartFailureTexts kPlanarTexts{"ERROR:Invalid buffer pointer...Exiting ",
+                                         "ERROR:Invalid file pointer...Exiting "};
+constexpr StartFailureTexts kSplitTexts{"ERROR: Invalid buffer ptr...Exiting",
+                                        kStartFailureTexts.file};
 
 // Padded semi-planar frames (command E): the stride is the width aligned to
 // 128, with one more 128-byte block when that aligned width is a multiple of
@@ -80,16 +79,10 @@ void PlanarToNv12Command(const char* input, const char* output, int32_t width, i
   const int32_t chromaHeight = Add32(height, 1) >> 1;
   const int32_t chromaBytes = Mul32(Mul32(2, chromaWidth), chromaHeight);
   RawBuffer luma, planar, interleaved;
-  if (!AllocateRaw(lumaBytes, luma) || !AllocateRaw(chromaBytes, planar) ||
-      !AllocateRaw(chromaBytes, interleaved)) {
-    std::puts(kPlanarBufferError);
-    return;
-  }
-  const FilePair files = OpenInputAndOutput(input, output);
-  if (!files.BothOpen()) {
-    std::puts(kPlanarFileError);
-    return;
-  }
+  FilePair files;
+  const bool allocated = AllocateRaw(lumaBytes, luma) && AllocateRaw(chromaBytes, planar) &&
+                         AllocateRaw(chromaBytes, interleaved);
+  if (!StartCommand(allocated, kPlanarTexts, input, output, files)) return;
   for (uint32_t frame = 0; ReadWhole(files.input.get(), luma, lumaBytes); ++frame) {
     WriteBytes(files.output.get(), luma, lumaBytes);
     ReadBytes(files.input.get(), planar, chromaBytes);
@@ -103,15 +96,9 @@ void Nv12ToPlanarCommand(const char* input, const char* output, int32_t width, i
   const int32_t lumaBytes = Mul32(width, height);
   const int32_t chromaBytes = lumaBytes / 2;
   RawBuffer luma, planar;
-  if (!AllocateRaw(lumaBytes, luma) || !AllocateRaw(chromaBytes, planar)) {
-    std::puts(kSplitBufferError);
-    return;
-  }
-  const FilePair files = OpenInputAndOutput(input, output);
-  if (!files.BothOpen()) {
-    std::puts(kFileError);
-    return;
-  }
+  FilePair files;
+  const bool allocated = AllocateRaw(lumaBytes, luma) && AllocateRaw(chromaBytes, planar);
+  if (!StartCommand(allocated, kSplitTexts, input, output, files)) return;
   for (uint32_t frame = 0; ReadWhole(files.input.get(), luma, lumaBytes); ++frame) {
     WriteBytes(files.output.get(), luma, lumaBytes);
     // The interleaved chroma is read over the luma just written; after a short
@@ -128,16 +115,11 @@ void CropNv12Command(const char* input, const char* output, int32_t width, int32
   const int32_t lumaBytes = Mul32(width, height);
   const int32_t croppedBytes = Mul32(cropWidth, cropHeight);
   RawBuffer luma, chroma, croppedLuma, croppedChroma;
-  if (!AllocateRaw(lumaBytes, luma) || !AllocateRaw(lumaBytes / 2, chroma) ||
-      !AllocateRaw(croppedBytes, croppedLuma) || !AllocateRaw(croppedBytes / 2, croppedChroma)) {
-    std::puts(kBufferError);
-    return;
-  }
-  const FilePair files = OpenInputAndOutput(input, output);
-  if (!files.BothOpen()) {
-    std::puts(kFileError);
-    return;
-  }
+  FilePair files;
+  const bool allocated = AllocateRaw(lumaBytes, luma) && AllocateRaw(lumaBytes / 2, chroma) &&
+                         AllocateRaw(croppedBytes, croppedLuma) &&
+                         AllocateRaw(croppedBytes / 2, croppedChroma);
+  if (!StartCommand(allocated, kStartFailureTexts, input, output, files)) return;
   for (uint32_t frame = 0; ReadWhole(files.input.get(), luma, lumaBytes); ++frame) {
     CropLuma(luma.Span(), width, croppedLuma.Span(), cropWidth, cropHeight);
     WriteBytes(files.output.get(), croppedLuma, croppedBytes);
@@ -159,17 +141,12 @@ void DepadNv12Command(const char* input, const char* output, int32_t width, int3
   const int32_t chromaBytes = Mul32(width, height) / 2;
   RawBuffer frame, planar;
   const bool sizeNegative = static_cast<int32_t>(frameBytes) < 0 || requested < 0;
-  const bool lumaTooLarge = width > 0 && height > 0 && int64_t{width} * height >= kMaxPackedLumaBytes;
-  if (sizeNegative || lumaTooLarge || !AllocateRaw(frameBytes, frame) ||
-      !AllocateRaw(chromaBytes, planar)) {
-    std::puts(kBufferError);
-    return;
-  }
-  const FilePair files = OpenInputAndOutput(input, output);
-  if (!files.BothOpen()) {
-    std::puts(kFileError);
-    return;
-  }
+  const bool lumaTooLarge =
+      width > 0 && height > 0 && int64_t{width} * height >= kMaxPackedLumaBytes;
+  FilePair files;
+  const bool allocated = !sizeNegative && !lumaTooLarge && AllocateRaw(frameBytes, frame) &&
+                         AllocateRaw(chromaBytes, planar);
+  if (!StartCommand(allocated, kStartFailureTexts, input, output, files)) return;
   for (uint32_t index = 0; ReadWhole(files.input.get(), frame, frameBytes); ++index) {
     WritePackedLuma(files.output.get(), frame, sizeExact, stride, width, height);
     SplitChromaPlane(frame.Span(), chromaStart, stride, planar.Span(), width, height);
@@ -183,13 +160,8 @@ void CopyFramesCommand(const char* input, const char* output, int32_t width, int
   const auto frameBytes =
       static_cast<int64_t>(static_cast<double>(Mul32(width, height)) * kFrameBytesPerPixel);
   RawBuffer frame;
-  if (!AllocateRaw(frameBytes, frame)) {
-    std::puts(kBufferError);
-    return;
-  }
-  const FilePair files = OpenInputAndOutput(input, output);
-  if (!files.BothOpen()) {
-    std::puts(kFileError);
+  FilePair files;
+  if (!StartCommand(AllocateRaw(frameBytes, frame), kStartFailureTexts, input, output, files)) {
     return;
   }
   for (int32_t i = 0; i < frameCount && ReadWhole(files.input.get(), frame, frameBytes); ++i) {

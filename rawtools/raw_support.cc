@@ -38,6 +38,18 @@ FilePair OpenInputAndOutput(const char* inputPath, const char* outputPath) {
   return files;
 }
 
+bool StartCommand(bool allocated, const StartFailureTexts& texts, const char* inputPath,
+                  const char* outputPath, FilePair& files) {
+  if (!allocated) {
+    std::puts(texts.buffer);
+    return false;
+  }
+  files = OpenInputAndOutput(inputPath, outputPath);
+  if (files.BothOpen()) return true;
+  std::puts(texts.file);
+  return false;
+}
+
 int64_t ReadBytes(std::FILE* file, RawBuffer& buffer, int64_t count) {
   const int64_t wanted = std::clamp<int64_t>(count, 0, buffer.size);
   if (wanted == 0) return 0;

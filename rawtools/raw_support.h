@@ -52,6 +52,24 @@ struct FilePair {
 };
 FilePair OpenInputAndOutput(const char* inputPath, const char* outputPath);
 
+// What a one-input command prints when it cannot start.
+struct StartFailureTexts {
+  const char* buffer;  // a buffer could not be had
+  const char* file;    // the input or the output did not open
+};
+
+// The texts most raw commands print.
+inline constexpr StartFailureTexts kStartFailureTexts{"ERROR: Invalid buffer pointer...Exiting",
+                                                      "ERROR: Invalid file pointer...Exiting"};
+
+// The common start of a one-input command, once it has tried for its buffers
+// (`allocated` says whether it had them all): without them it prints
+// texts.buffer and opens nothing; with them it opens both files into `files`
+// and prints texts.file when either did not open. True when the command may
+// go on to its loop.
+bool StartCommand(bool allocated, const StartFailureTexts& texts, const char* inputPath,
+                  const char* outputPath, FilePair& files);
+
 // Reads `count` bytes into the start of `buffer` as `count` one-byte items and
 // returns how many arrived. Bytes that did not arrive keep their old values.
 int64_t ReadBytes(std::FILE* file, RawBuffer& buffer, int64_t count);

@@ -11,9 +11,6 @@
 namespace pelcast {
 namespace {
 
-constexpr const char* kBufferError = "ERROR: Invalid buffer pointer...Exiting";
-constexpr const char* kFileError = "ERROR: Invalid file pointer...Exiting";
-
 // A unit is held in a buffer of this size; bytes of a longer unit past it are
 // dropped and read back as 0.
 constexpr int64_t kUnitBufferBytes = int64_t{1} << 20;
@@ -45,15 +42,9 @@ void WriteUnit(std::FILE* output, ByteSpan unit, int64_t length, bool endsAtStar
 
 void TrimStartCodeStream(const char* input, const char* output) {
   RawBuffer unit, chunk;
-  if (!AllocateRaw(kUnitBufferBytes, unit) || !AllocateRaw(kReadChunkBytes, chunk)) {
-    std::puts(kBufferError);
-    return;
-  }
-  const FilePair files = OpenInputAndOutput(input, output);
-  if (!files.BothOpen()) {
-    std::puts(kFileError);
-    return;
-  }
+  FilePair files;
+  const bool allocated = AllocateRaw(kUnitBufferBytes, unit) && AllocateRaw(kReadChunkBytes, chunk);
+  if (!StartCommand(allocated, kStartFailureTexts, input, output, files)) return;
   uint32_t shiftRegister = kRegisterStart;
   int64_t length = 0;  // bytes of the current unit so far
   uint32_t units = 0;
