@@ -6,39 +6,34 @@
 #include "decoder/micro_block.h"
 #include "decoder/tile_decoder.h"
 #include "decoder/tile_kernels.h"
+#include "surface/surface_grid.h"
 #include "surface/tile_addressing.h"
 
 namespace pelcast {
 namespace {
 
 // Geometry of one plane walk: the tile in the data plane and in the tile
-// decoder's output, and the surface's macro-tile and metadata-tile sizes in
-// the units of the plane width (pixels for RGBA8888, bytes for NV12).
+// decoder's output, in the units of the plane width (pixels for RGBA8888,
+// bytes for NV12).
 struct PlaneWalk {
   uint64_t tileWidth;     // pixels or bytes a tile spans across the plane
   uint64_t tileHeight;    // rows
   uint64_t tileRowBytes;  // bytes of one decoded tile row
   uint64_t elementBytes;  // element size of an uncompressed tile
-  uint64_t macroWidth;
-  uint64_t macroHeight;
-  uint64_t metaWidth;
-  uint64_t metaHeight;
 };
 
-constexpr PlaneWalk kRgbaWalk{16, 4, 64, 4, 64, 16, 256, 64};
-constexpr PlaneWalk kLumaWalk{32, 8, 32, 1, 128, 32, 512, 128};
-constexpr PlaneWalk kChromaWalk{32, 8, 32, 2, 128, 32, 512, 128};
+constexpr PlaneWalk kRgbaWalk{16, 4, 64, 4};
+constexpr PlaneWalk kLumaWalk{32, 8, 32, 1};
+constexpr PlaneWalk kChromaWalk{32, 8, 32, 2};
 
 uint64_t CeilDiv(uint64_t value, uint64_t divisor) {
   return value / divisor + (value % divisor != 0 ? 1 : 0);
 }
 
 // Builds (or reuses) the slot and metadata tables of the surface.
-void PrepareTables(ZpakContext* context, const ZpakConfig& config, const PlaneWalk& walk) {
-  const TileGridLayout layout = MakeTileGridLayout(
-      SlotRule::kSwizzled, config.alignedWidth, config.alignedHeight, walk.macroWidth,
-      walk.macroHeight, walk.tileWidth, walk.tileHeight, walk.metaWidth, walk.metaHeight,
-      config.swizzleEnable, config.surfaceFormat, config.bypass, config.bankBit);
+void PrepareTables(ZpakContext* context, const ZpakConfig& config, PlaneFormat format) {
+  const TileGridLayout layout =
+      SurfaceGridLayout(format, config.alignedWidth, config.alignedHeight, config);
   // Tables that cannot be built read as all zeros, like an unwritten table.
   PrepareTileAddressTables(&context->addressTables, layout);
 }
@@ -70,7 +65,7 @@ uint64_t DecodeRgba8888Frame(ZpakContext* context, const ZpakConfig& config, Til
   const uint64_t tileRows = CeilDiv(config.height, kRgbaWalk.tileHeight);
   const uint64_t pitch = std::max<uint64_t>(config.stride, 4 * tilesPerRow);
   if (tileRows == 0) return pitch;
-  PrepareTables(context, config, kRgbaWalk);
+  PrepareTables(context, config, PlaneFormat::kRgba8888);
   const PlaneSource data = MakePlaneSource(config.yDataPlane, config.compressedEnd);
   const PlaneSource meta = MakePlaneSource(config.yMetaPlane, config.compressedEnd);
   TileKind kind;
@@ -178,7 +173,7 @@ uint64_t DecodeNv12Frame(ZpakContext* context, const ZpakConfig& config, TileKer
   const uint64_t tilesPerRow = CeilDiv(width, kLumaWalk.tileWidth);
   const uint64_t tileRows = CeilDiv(height, kLumaWalk.tileHeight);
   if (tileRows == 0) return config.stride;
-  PrepareTables(context, config, kLumaWalk);
+  PrepareTables(context, config, PlaneFormat::kNv12);
 
   const PlaneSource yData = MakePlaneSource(config.yDataPlane, config.compressedEnd);
   const Nv12PlaneWalk luma{.data = yData,

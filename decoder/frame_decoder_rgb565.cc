@@ -9,6 +9,7 @@
 #include "decoder/micro_block.h"
 #include "decoder/tile_decoder.h"
 #include "decoder/tile_kernels.h"
+#include "surface/surface_grid.h"
 #include "surface/tile_addressing.h"
 
 namespace pelcast {
@@ -21,14 +22,6 @@ constexpr uint64_t kTileRows = 4;
 constexpr uint64_t kHalfTilePixels = 16;  // pixels across one half tile
 constexpr uint64_t kBytesPerPixel = 2;
 
-// Surface geometry in pixels: macro tiles of 128 x 16, metadata tiles of
-// 256 x 64, tiles of 32 x 4.
-constexpr uint64_t kMacroWidth = 128;
-constexpr uint64_t kMacroHeight = 16;
-constexpr uint64_t kTileWidth = 32;
-constexpr uint64_t kMetaWidth = 256;
-constexpr uint64_t kMetaHeight = 64;
-
 // An uncompressed half tile is reordered only as far as its first 64 bytes,
 // read as 4 rows of 16 one-byte elements; the rest of the decoded buffer keeps
 // the previous tile.
@@ -40,9 +33,7 @@ uint64_t CeilDiv(uint64_t value, uint64_t divisor) {
 
 void PrepareTables(ZpakContext* context, const ZpakConfig& config) {
   const TileGridLayout layout =
-      MakeTileGridLayout(SlotRule::kRgb565Banked, config.alignedWidth, config.alignedHeight,
-                         kMacroWidth, kMacroHeight, kTileWidth, kTileRows, kMetaWidth, kMetaHeight,
-                         config.swizzleEnable, config.surfaceFormat, config.bypass, config.bankBit);
+      SurfaceGridLayout(PlaneFormat::kRgb565, config.alignedWidth, config.alignedHeight, config);
   PrepareTileAddressTables(&context->addressTables, layout);
 }
 

@@ -11,6 +11,7 @@
 #include "encoder/tile_encoder.h"
 #include "encoder/tile_shape.h"
 #include "encoder/tile_stream.h"
+#include "surface/surface_grid.h"
 
 namespace pelcast {
 namespace {
@@ -31,17 +32,6 @@ constexpr uint64_t kHalfSlotMetaLimit = 24;
 constexpr uint64_t kWideTileWidth = 32;   // the 2-byte-pixel gather case
 constexpr uint64_t kWidePixelBytes = 2;
 constexpr uint64_t kSurfaceWide = 2;
-
-// Address grids: macro tiles of 4 x 4 tiles and metadata tiles of 16 x 16
-// tiles, in bytes and rows for NV12 and in pixels and rows for RGBA8888.
-constexpr uint64_t kNv12MacroWidth = 128;
-constexpr uint64_t kNv12MacroHeight = 32;
-constexpr uint64_t kNv12MetaWidth = 512;
-constexpr uint64_t kNv12MetaHeight = 128;
-constexpr uint64_t kRgbaMacroWidth = 64;
-constexpr uint64_t kRgbaMacroHeight = 16;
-constexpr uint64_t kRgbaMetaWidth = 256;
-constexpr uint64_t kRgbaMetaHeight = 64;
 
 uint64_t CeilDiv(uint64_t value, uint64_t divisor) {
   return value / divisor + (value % divisor != 0 ? 1 : 0);
@@ -278,17 +268,12 @@ void WalkPlane(ZpakContext* context, const ZpakConfig& config, const PlaneWalk& 
 
 TileGridLayout Nv12Layout(const ZpakConfig& config) {
   // Built from width and height, not the aligned fields.
-  return MakeTileGridLayout(SlotRule::kSwizzled, config.width, config.height, kNv12MacroWidth,
-                            kNv12MacroHeight, kLumaTileWidth, kNv12TileHeight, kNv12MetaWidth,
-                            kNv12MetaHeight, config.swizzleEnable, config.surfaceFormat,
-                            config.bypass, config.bankBit);
+  return SurfaceGridLayout(PlaneFormat::kNv12, config.width, config.height, config);
 }
 
 TileGridLayout RgbaLayout(const ZpakConfig& config) {
-  return MakeTileGridLayout(SlotRule::kSwizzled, config.alignedWidth, config.alignedHeight,
-                            kRgbaMacroWidth, kRgbaMacroHeight, kRgbaTileWidth, kRgbaTileHeight,
-                            kRgbaMetaWidth, kRgbaMetaHeight, config.swizzleEnable,
-                            config.surfaceFormat, config.bypass, config.bankBit);
+  return SurfaceGridLayout(PlaneFormat::kRgba8888, config.alignedWidth, config.alignedHeight,
+                           config);
 }
 
 void EncodeNv12(ZpakContext* context, const ZpakConfig& config) {

@@ -13,6 +13,7 @@
 #include "encoder/tile_encoder.h"
 #include "encoder/tile_shape.h"
 #include "encoder/tile_stream.h"
+#include "surface/surface_grid.h"
 
 namespace pelcast {
 namespace {
@@ -30,23 +31,13 @@ constexpr uint64_t kTileRowBytes = kHalvesPerTile * kHalfRowBytes;  // 64
 constexpr uint64_t kAltBytes = 64;
 constexpr uint64_t kAltRowBytes = 16;
 
-// Address grid: macro tiles of 4 x 4 tiles = 128 x 16 pixels, metadata tiles
-// of 16 x 16 half tiles = 256 x 64 pixels.
-constexpr uint64_t kMacroWidth = 128;
-constexpr uint64_t kMacroHeight = 16;
-constexpr uint64_t kTileWidth = 32;
-constexpr uint64_t kMetaWidth = 256;
-constexpr uint64_t kMetaHeight = 64;
-
 uint64_t CeilDiv(uint64_t value, uint64_t divisor) {
   return value / divisor + (value % divisor != 0 ? 1 : 0);
 }
 
 TileGridLayout Rgb565Layout(const ZpakConfig& config) {
-  return MakeTileGridLayout(SlotRule::kRgb565Banked, config.alignedWidth, config.alignedHeight,
-                            kMacroWidth, kMacroHeight, kTileWidth, kTileHeight, kMetaWidth,
-                            kMetaHeight, config.swizzleEnable, config.surfaceFormat, config.bypass,
-                            config.bankBit);
+  return SurfaceGridLayout(PlaneFormat::kRgb565, config.alignedWidth, config.alignedHeight,
+                           config);
 }
 
 // Cuts half tile h of tile (tr, tc) out of the linear image, row pitch
