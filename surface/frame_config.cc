@@ -31,10 +31,27 @@ uint64_t ContextFormatOf(PlaneFormat format) {
   return kContextRgb565;
 }
 
+ZpakConfig DecodeAddressing(PlaneFormat format) {
+  ZpakConfig c{};
+  switch (format) {
+    case PlaneFormat::kNv12:
+      c.surfaceFormat = kSurfaceNv12;
+      break;
+    case PlaneFormat::kRgba8888:
+      c.surfaceFormat = kSurfaceRgba8888;
+      break;
+    case PlaneFormat::kRgb565:
+      c.surfaceFormat = kSurfaceRgb565;
+      break;
+  }
+  SetAddressing(&c);
+  return c;
+}
+
 void FillDecodeConfig(ZpakConfig* config, PlaneFormat format, const PlaneGeometry& g, int32_t width,
                       int32_t height, uint8_t* frame, uint8_t* output) {
   ZpakConfig& c = *config;
-  c = ZpakConfig{};
+  c = DecodeAddressing(format);
   c.yMetaPlane = frame;
   c.yDataPlane = frame + g.yMetaBufSize;
   c.uvMetaPlane = c.yDataPlane + g.yDataBufSize;
@@ -48,20 +65,16 @@ void FillDecodeConfig(ZpakConfig* config, PlaneFormat format, const PlaneGeometr
       c.height = static_cast<uint64_t>(height);
       c.alignedWidth = g.yStride;
       c.uvDataOffset = uint64_t{g.yDataBufSize} + g.uvMetaBufSize;
-      c.surfaceFormat = kSurfaceNv12;
       break;
     case PlaneFormat::kRgba8888:
       c.width = c.alignedWidth = g.yStride / kRgbaBytesPerPixel;
       c.height = g.yBufLength;
-      c.surfaceFormat = kSurfaceRgba8888;
       break;
     case PlaneFormat::kRgb565:
       c.width = c.alignedWidth = g.yStride / kRgb565BytesPerPixel;
       c.height = g.yBufLength;
-      c.surfaceFormat = kSurfaceRgb565;
       break;
   }
-  SetAddressing(&c);
   c.enable = 1;
   c.compressedEnd = frame + g.frameSize;
 }

@@ -13,6 +13,11 @@ namespace pelcast {
 // The context format the decode commands configure for `format`.
 uint64_t ContextFormatOf(PlaneFormat format);
 
+// A descriptor holding only the addressing settings the decode commands give
+// a frame of `format`: surface format, swizzle and bank bit. Every other field
+// is zero.
+ZpakConfig DecodeAddressing(PlaneFormat format);
+
 // The descriptor of the decode commands for one frame of `format`: the planes
 // of the compressed frame at `frame` (geometry.frameSize bytes) in the order
 // Y metadata, Y data, UV metadata, UV data, decoded into `output`. NV12

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "surface/frame_config.h"
+#include "surface/surface_grid.h"
 #include "surface/tile_addressing.h"
 #include "surface/zpak_context.h"
 
@@ -14,27 +16,13 @@ constexpr int kMetaBias = 15;           // metadata = 4n + 15 for n units
 constexpr int kMetaUnitShift = 2;
 constexpr uint8_t kRgb565AltRawMeta = 31;
 
-// The addressing settings the decode commands hand to the frame decoders.
-constexpr uint64_t kCommandSwizzle = 1;
-constexpr uint64_t kCommandBankBit = 15;
-
-// Tile and table sizes of one frame-decoder walk, in the units of the
-// descriptor's aligned width (pixels, or bytes for NV12).
-struct WalkShape {
-  uint64_t alignedWidth;
-  uint64_t alignedHeight;
-  uint64_t macroWidth, macroHeight;
-  uint64_t tileWidth, tileHeight;
-  uint64_t metaWidth, metaHeight;
-  uint64_t surfaceFormat;
-};
-
 uint64_t CeilDiv(uint64_t value, uint64_t divisor) { return (value + divisor - 1) / divisor; }
 
-TileGridLayout LayoutOf(const WalkShape& s) {
-  return MakeTileGridLayout(SlotRule::kSwizzled, s.alignedWidth, s.alignedHeight, s.macroWidth,
-                            s.macroHeight, s.tileWidth, s.tileHeight, s.metaWidth, s.metaHeight,
-                            kCommandSwizzle, s.surfaceFormat, 0, kCommandBankBit);
+// The grid the frame decoder builds for the descriptor of the decode command,
+// whose aligned plane is alignedWidth x alignedHeight (pixels, or bytes for
+// NV12).
+TileGridLayout LayoutOf(PlaneFormat format, uint64_t alignedWidth, uint64_t alignedHeight) {
+  return SurfaceGridLayout(format, alignedWidth, alignedHeight, DecodeAddressing(format));
 }
 
 // Offset of the metadata byte of tile (row, column) within its metadata
@@ -64,8 +52,7 @@ uint32_t Narrow(uint64_t value) { return static_cast<uint32_t>(value); }
 // 16 pairs x 8 rows (32 x 16 image pixels), both through the luma tables.
 void BuildNv12(SurfaceTiles* s) {
   const PlaneGeometry& g = s->geometry;
-  const WalkShape shape{g.yStride, g.yBufLength, 128, 32, 32, 8, 512, 128, kSurfaceNv12};
-  const TileGridLayout layout = LayoutOf(shape);
+  const TileGridLayout layout = LayoutOf(PlaneFormat::kNv12, g.yStride, g.yBufLength);
   const uint64_t columns = CeilDiv(s->width, 32);
   const uint64_t rows = CeilDiv(s->height, 8);
   const TileKind kind{kFullTileUnits, false};
@@ -79,11 +66,12 @@ void BuildNv12(SurfaceTiles* s) {
 // scanline count); only the 16 x 4 tiles over the real image are counted.
 void BuildRgba8888(SurfaceTiles* s) {
   const PlaneGeometry& g = s->geometry;
-  const WalkShape shape{g.yStride / 4, g.yBufLength, 64, 16, 16, 4, 256, 64, kSurfaceRgba8888};
-  const uint64_t columns = std::min(CeilDiv(shape.alignedWidth, 16), CeilDiv(s->width, 16));
-  const uint64_t rows = std::min(CeilDiv(shape.alignedHeight, 4), CeilDiv(s->height, 4));
+  const uint64_t alignedWidth = g.yStride / 4;
+  const uint64_t columns = std::min(CeilDiv(alignedWidth, 16), CeilDiv(s->width, 16));
+  const uint64_t rows = std::min(CeilDiv(g.yBufLength, 4), CeilDiv(s->height, 4));
   s->planes.push_back(MakeGrid("RGBA", TileKind{kFullTileUnits, false}, Narrow(columns),
-                               Narrow(rows), 16, 4, LayoutOf(shape), 0));
+                               Narrow(rows), 16, 4,
+                               LayoutOf(PlaneFormat::kRgba8888, alignedWidth, g.yBufLength), 0));
 }
 
 // Command B: two 16 x 4 half tiles per slot, each with its own metadata
@@ -92,12 +80,13 @@ void BuildRgba8888(SurfaceTiles* s) {
 // width can leave real columns undecoded; those are not counted.
 void BuildRgb565(SurfaceTiles* s) {
   const PlaneGeometry& g = s->geometry;
-  const WalkShape shape{g.yStride / 2, g.yBufLength, 128, 16, 32, 4, 256, 64, kSurfaceRgb565};
-  const uint64_t walkedHalves = 2 * (CeilDiv(shape.alignedWidth, 16) / 2);
+  const uint64_t alignedWidth = g.yStride / 2;
+  const uint64_t walkedHalves = 2 * (CeilDiv(alignedWidth, 16) / 2);
   const uint64_t columns = std::min(walkedHalves, CeilDiv(s->width, 16));
-  const uint64_t rows = std::min(CeilDiv(shape.alignedHeight, 4), CeilDiv(s->height, 4));
+  const uint64_t rows = std::min(CeilDiv(g.yBufLength, 4), CeilDiv(s->height, 4));
   s->planes.push_back(MakeGrid("RGB565", TileKind{kHalfTileUnits, true}, Narrow(columns),
-                               Narrow(rows), 16, 4, LayoutOf(shape), 0));
+                               Narrow(rows), 16, 4,
+                               LayoutOf(PlaneFormat::kRgb565, alignedWidth, g.yBufLength), 0));
 }
 
 }  // namespace
