@@ -7,17 +7,11 @@
 #include "decoder/frame_decoder.h"
 #include "surface/tile_addressing.h"
 #include "tests/bit_writer.h"
+#include "tests/codec_test_support.h"
 #include "tests/test_support.h"
 
 namespace pelcast::testing {
 namespace {
-
-using ContextPtr = std::unique_ptr<ZpakContext, void (*)(ZpakContext*)>;
-ContextPtr MakeContext(uint64_t format) {
-  ContextPtr context(AllocateZpakContext(), ReleaseZpakContext);
-  ConfigureZpakContext(context.get(), format);
-  return context;
-}
 
 const uint64_t kOrder[16] = {0, 7, 10, 13, 6, 1, 12, 11, 3, 4, 9, 14, 5, 2, 15, 8};
 

@@ -18,17 +18,11 @@
 #include "surface/plane_geometry.h"
 #include "surface/tile_addressing.h"
 #include "tests/bit_writer.h"
+#include "tests/codec_test_support.h"
 #include "tests/test_support.h"
 
 namespace pelcast::testing {
 namespace {
-
-using ContextPtr = std::unique_ptr<ZpakContext, void (*)(ZpakContext*)>;
-ContextPtr MakeContext(uint64_t format) {
-  ContextPtr context(AllocateZpakContext(), ReleaseZpakContext);
-  ConfigureZpakContext(context.get(), format);
-  return context;
-}
 
 struct KindCase {
   const char* name;
@@ -349,20 +343,10 @@ TEST(DecodeKernels, CorpusWindowsRoundTripThroughEveryKernel) {
       const PlaneGeometry g =
           ComputePlaneGeometry(rgb565 ? PlaneFormat::kRgb565 : PlaneFormat::kRgba8888, kW, kH);
       Bytes compressed(g.frameSize, 0);
-      ZpakConfig c{};
-      c.yMetaPlane = compressed.data();
-      c.yDataPlane = compressed.data() + g.yMetaBufSize;
-      c.uvMetaPlane = c.yDataPlane + g.yDataBufSize;
-      c.linearY = window.data();
-      c.width = c.alignedWidth = g.yStride / pixelBytes;
-      c.height = c.alignedHeight = g.yBufLength;
-      c.stride = g.yStride;
-      c.surfaceFormat = rgb565 ? kSurfaceRgb565 : kSurfaceRgba8888;
-      c.addressingMode = 1, c.swizzleEnable = 1, c.bankBit = 15, c.enable = 1;
-      c.compressedEnd = compressed.data() + compressed.size();
-      ContextPtr encoder = MakeContext(rgb565 ? kContextRgb565 : kContextRgba8888);
       ASSERT_EQ(g.yStride, kW * pixelBytes);
       window.resize(g.yDataBufSize, 0);
+      ZpakConfig c = RgbFrameConfig(g, rgb565, compressed.data(), window.data(), 1);
+      ContextPtr encoder = MakeContext(rgb565 ? kContextRgb565 : kContextRgba8888);
       if (rgb565) {
         EncodeZpakFrameRgb565(encoder.get(), &c);
       } else {

@@ -12,6 +12,7 @@
 #include "encoder/frame_encoder.h"
 #include "surface/plane_geometry.h"
 #include "surface/zpak_context.h"
+#include "tests/codec_test_support.h"
 #include "tests/test_support.h"
 
 namespace pelcast::testing {
@@ -31,6 +32,27 @@ struct Frame {
   ZpakConfig config;
 };
 
+// The descriptor of command N for the encode geometry `g`: the planes in
+// `compressed` (g.bufferSize bytes), the aligned linear Y, U, V in `staging`.
+ZpakConfig Nv12EncodeConfig(const EncodeGeometryT<uint32_t>& g, uint8_t* compressed,
+                            uint8_t* staging) {
+  ZpakConfig c{};
+  c.yMetaPlane = compressed;
+  c.yDataPlane = compressed + g.yMetaSize;
+  c.uvMetaPlane = c.yDataPlane + g.yDataSize;
+  c.uvDataPlane = c.uvMetaPlane + g.uvMetaSize;
+  c.linearY = staging;
+  c.linearUv = staging + g.yDataSize;
+  c.width = c.alignedWidth = g.linearStride;
+  c.height = c.alignedHeight = g.linearScanlines;
+  c.surfaceFormat = kSurfaceNv12;
+  c.addressingMode = 1;
+  c.swizzleEnable = 1;
+  c.bankBit = 15;
+  c.compressedEnd = compressed + g.bufferSize;
+  return c;
+}
+
 // Encodes like command N: planes laid out by the encode geometry, linear
 // planes Y, U, V in the aligned layout; returns the frame buffer.
 Bytes EncodeNv12(ZpakContext* context, const Bytes& y, const Bytes& u, const Bytes& v, int w, int h) {
@@ -46,20 +68,7 @@ Bytes EncodeNv12(ZpakContext* context, const Bytes& y, const Bytes& u, const Byt
     }
   }
   Bytes compressed(g.bufferSize, 0);
-  ZpakConfig c{};
-  c.yMetaPlane = compressed.data();
-  c.yDataPlane = compressed.data() + g.yMetaSize;
-  c.uvMetaPlane = c.yDataPlane + g.yDataSize;
-  c.uvDataPlane = c.uvMetaPlane + g.uvMetaSize;
-  c.linearY = staging.data();
-  c.linearUv = staging.data() + g.yDataSize;
-  c.width = c.alignedWidth = g.linearStride;
-  c.height = c.alignedHeight = g.linearScanlines;
-  c.surfaceFormat = kSurfaceNv12;
-  c.addressingMode = 1;
-  c.swizzleEnable = 1;
-  c.bankBit = 15;
-  c.compressedEnd = compressed.data() + compressed.size();
+  const ZpakConfig c = Nv12EncodeConfig(g, compressed.data(), staging.data());
   EncodeZpakFrame(context, &c);
   return compressed;
 }
@@ -101,10 +110,8 @@ TEST(FrameEncoder, Nv12FramesRoundTrip) {
   // the encode layout gives the chroma plane (h >> 1) rows.)
   const int sizes[][2] = {{32, 8},  {33, 9},   {40, 10},  {130, 70}, {258, 34},
                           {640, 64}, {1, 2},   {17, 200}, {1024, 40}, {2048, 72}};
-  ZpakContext* encoder = AllocateZpakContext();
-  ZpakContext* decoder = AllocateZpakContext();
-  ConfigureZpakContext(encoder, kContextNv12);
-  ConfigureZpakContext(decoder, kContextNv12);
+  const ContextPtr encoder = MakeContext(kContextNv12);
+  const ContextPtr decoder = MakeContext(kContextNv12);
   for (const auto& size : sizes) {
     const int w = size[0];
     const int h = size[1];
@@ -114,7 +121,8 @@ TEST(FrameEncoder, Nv12FramesRoundTrip) {
     const Bytes y = MakeImage(static_cast<size_t>(w) * h, w + h);
     const Bytes u = MakeImage(chroma, w);
     const Bytes v = MakeImage(chroma, h);
-    const Bytes decoded = DecodeNv12(decoder, EncodeNv12(encoder, y, u, v, w, h), w, h);
+    const Bytes decoded =
+        DecodeNv12(decoder.get(), EncodeNv12(encoder.get(), y, u, v, w, h), w, h);
     Bytes expected = y;
     for (size_t i = 0; i < chroma; ++i) {
       expected.push_back(u[i]);
@@ -122,8 +130,6 @@ TEST(FrameEncoder, Nv12FramesRoundTrip) {
     }
     EXPECT_EQ(decoded, expected) << w << " x " << h;
   }
-  ReleaseZpakContext(encoder);
-  ReleaseZpakContext(decoder);
 }
 
 // RGBA8888 or RGB565 frame of w x h pixels (aligned sizes) through the
@@ -138,19 +144,7 @@ Bytes RoundTripRgb(ZpakContext* encoder, ZpakContext* decoder, const Bytes& imag
   for (int r = 0; r < h; ++r) {
     std::memcpy(&linear[r * g.yStride], &image[r * w * pixelBytes], w * pixelBytes);
   }
-  ZpakConfig c{};
-  c.yMetaPlane = compressed.data();
-  c.yDataPlane = compressed.data() + g.yMetaBufSize;
-  c.uvMetaPlane = c.yDataPlane + g.yDataBufSize;
-  c.linearY = linear.data();
-  c.width = c.alignedWidth = g.yStride / pixelBytes;
-  c.height = c.alignedHeight = g.yBufLength;
-  c.stride = g.yStride;
-  c.surfaceFormat = rgb565 ? kSurfaceRgb565 : kSurfaceRgba8888;
-  c.addressingMode = 1;
-  c.swizzleEnable = swizzle;
-  c.bankBit = 15;
-  c.compressedEnd = compressed.data() + g.frameSize;
+  ZpakConfig c = RgbFrameConfig(g, rgb565, compressed.data(), linear.data(), swizzle);
   if (rgb565) {
     EncodeZpakFrameRgb565(encoder, &c);
   } else {
@@ -158,8 +152,6 @@ Bytes RoundTripRgb(ZpakContext* encoder, ZpakContext* decoder, const Bytes& imag
   }
   Bytes out(g.outputSize, 0);
   c.linearY = out.data();
-  c.enable = 1;
-  c.uvDataOffset = g.yDataBufSize;
   if (rgb565) {
     DecodeZpakFrameRgb565(decoder, &c);
   } else {
@@ -187,16 +179,12 @@ TEST(FrameEncoder, RgbaAndRgb565FramesRoundTrip) {
                         {1024, 40, false, 1}, {2048, 80, false, 1}, {128, 16, true, 1},
                         {256, 36, true, 1},   {2048, 72, true, 1},  {4096, 40, true, 1}};
   for (const Case& c : cases) {
-    ZpakContext* encoder = AllocateZpakContext();
-    ZpakContext* decoder = AllocateZpakContext();
     const uint64_t format = c.rgb565 ? kContextRgb565 : kContextRgba8888;
-    ConfigureZpakContext(encoder, format);
-    ConfigureZpakContext(decoder, format);
+    const ContextPtr encoder = MakeContext(format);
+    const ContextPtr decoder = MakeContext(format);
     const Bytes image = MakeImage(static_cast<size_t>(c.w) * c.h * (c.rgb565 ? 2 : 4), c.w + c.h);
-    EXPECT_EQ(RoundTripRgb(encoder, decoder, image, c.w, c.h, c.rgb565, c.swizzle), image)
+    EXPECT_EQ(RoundTripRgb(encoder.get(), decoder.get(), image, c.w, c.h, c.rgb565, c.swizzle), image)
         << c.w << " x " << c.h << (c.rgb565 ? " RGB565" : " RGBA8888") << " swizzle " << c.swizzle;
-    ReleaseZpakContext(encoder);
-    ReleaseZpakContext(decoder);
   }
 }
 
@@ -248,9 +236,8 @@ TEST(FrameEncoder, ShortTilesInTheMiddleSlotsOfFourStartHalfway) {
   const uint8_t kSlotOrder[16] = {0, 7, 10, 13, 6, 1, 12, 11, 3, 4, 9, 14, 5, 2, 15, 8};
   for (uint64_t mode : {0, 1, 2}) {
     FlatFrame f(mode, 0);
-    ZpakContext* context = AllocateZpakContext();
-    ConfigureZpakContext(context, kContextRgba8888);
-    EncodeZpakFrame(context, &f.config);
+    const ContextPtr context = MakeContext(kContextRgba8888);
+    EncodeZpakFrame(context.get(), &f.config);
     for (int r = 0; r < 4; ++r) {
       for (int c = 0; c < 4; ++c) {
         const int slot = kSlotOrder[4 * r + c];
@@ -262,16 +249,14 @@ TEST(FrameEncoder, ShortTilesInTheMiddleSlotsOfFourStartHalfway) {
         EXPECT_EQ(f.compressed[8 * r + c], 19) << "metadata of tile " << r << "," << c;
       }
     }
-    ReleaseZpakContext(context);
   }
 }
 
 TEST(FrameEncoder, AlternativeAddressingStoresReorderedTilesWithoutMetadata) {
   FlatFrame f(1, 1);
   for (size_t i = 0; i < f.linear.size(); ++i) f.linear[i] = static_cast<uint8_t>(i * 7 + i / 5);
-  ZpakContext* context = AllocateZpakContext();
-  ConfigureZpakContext(context, kContextRgba8888);
-  EncodeZpakFrame(context, &f.config);
+  const ContextPtr context = MakeContext(kContextRgba8888);
+  EncodeZpakFrame(context.get(), &f.config);
   const uint8_t kSlotOrder[16] = {0, 7, 10, 13, 6, 1, 12, 11, 3, 4, 9, 14, 5, 2, 15, 8};
   for (int r = 0; r < 4; ++r) {
     for (int c = 0; c < 4; ++c) {
@@ -286,7 +271,6 @@ TEST(FrameEncoder, AlternativeAddressingStoresReorderedTilesWithoutMetadata) {
     }
   }
   for (size_t i = 0; i < 4096; ++i) ASSERT_EQ(f.compressed[i], 0) << "metadata byte " << i;
-  ReleaseZpakContext(context);
 }
 
 TEST(FrameEncoder, FormatsAndBypassThatEncodeNothing) {
@@ -300,12 +284,10 @@ TEST(FrameEncoder, FormatsAndBypassThatEncodeNothing) {
     FlatFrame f(1, 0);
     f.config.surfaceFormat = c.surfaceFormat;
     f.config.bypass = c.bypass;
-    ZpakContext* context = AllocateZpakContext();
-    ConfigureZpakContext(context, kContextRgba8888);
-    EXPECT_EQ(EncodeZpakFrame(context, &f.config), 0u);
+    const ContextPtr context = MakeContext(kContextRgba8888);
+    EXPECT_EQ(EncodeZpakFrame(context.get(), &f.config), 0u);
     const bool any = std::any_of(f.compressed.begin(), f.compressed.end(), [](uint8_t b) { return b != 0; });
     EXPECT_EQ(any, c.writes) << "format " << c.surfaceFormat << " bypass " << c.bypass;
-    ReleaseZpakContext(context);
   }
 }
 
@@ -347,27 +329,11 @@ TEST(FrameEncoder, StoresPastTheCompressedBufferAreDropped) {
   ASSERT_EQ(g.uvScanlines, 32u);
   std::vector<uint8_t> compressed(g.bufferSize, 0);
   Bytes staging(AlignUp((g.yDataSize * 3) >> 1, 4096), 0x80);
-  ZpakConfig c{};
-  c.yMetaPlane = compressed.data();
-  c.yDataPlane = compressed.data() + g.yMetaSize;
-  c.uvMetaPlane = c.yDataPlane + g.yDataSize;
-  c.uvDataPlane = c.uvMetaPlane + g.uvMetaSize;
-  c.linearY = staging.data();
-  c.linearUv = staging.data() + g.yDataSize;
-  c.width = c.alignedWidth = g.linearStride;
-  c.height = c.alignedHeight = g.linearScanlines;
-  c.surfaceFormat = kSurfaceNv12;
-  c.addressingMode = 1;
-  c.swizzleEnable = 1;
-  c.bankBit = 15;
-  c.compressedEnd = compressed.data() + compressed.size();
-  ZpakContext* context = AllocateZpakContext();
-  ConfigureZpakContext(context, kContextNv12);
-  EncodeZpakFrame(context, &c);
+  const ZpakConfig c = Nv12EncodeConfig(g, compressed.data(), staging.data());
+  EncodeZpakFrame(MakeContext(kContextNv12).get(), &c);
   // Flat planes: every stored tile is one unit, metadata 19.
   EXPECT_EQ(compressed[0], 19);
   EXPECT_EQ(compressed[g.yMetaSize + g.yDataSize], 19);
-  ReleaseZpakContext(context);
 }
 
 }  // namespace
