@@ -26,6 +26,18 @@ inline constexpr int32_t kUhdHeight = 2160;
 
 enum class PixelLayout { kNv12, kRgba8888, kRgb565 };
 
+// Every layout with the name the benchmark rows of its frames carry.
+struct LayoutCase {
+  PixelLayout layout;
+  const char* name;
+};
+
+inline constexpr LayoutCase kLayoutCases[] = {
+    {PixelLayout::kNv12, "nv12"},
+    {PixelLayout::kRgba8888, "rgba8888"},
+    {PixelLayout::kRgb565, "rgb565"},
+};
+
 // "nv12", "rgba" or "rgb565": the corpus file extension without the dot.
 const char* LayoutExtension(PixelLayout layout);
 

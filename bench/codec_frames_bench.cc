@@ -19,17 +19,6 @@
 namespace pelcast::bench {
 namespace {
 
-struct FormatCase {
-  PixelLayout layout;
-  const char* name;
-};
-
-constexpr FormatCase kFormats[] = {
-    {PixelLayout::kNv12, "nv12"},
-    {PixelLayout::kRgba8888, "rgba8888"},
-    {PixelLayout::kRgb565, "rgb565"},
-};
-
 // Jobs are built the first time a benchmark runs (Google Benchmark calls a
 // benchmark function several times), so a filter that skips a row also skips
 // its set-up.
@@ -91,7 +80,7 @@ void CopyFrames(benchmark::State& state, const FrameSet* set) {
 }
 
 void RegisterFrameBenchmarks() {
-  for (const FormatCase& format : kFormats) {
+  for (const LayoutCase& format : kLayoutCases) {
     for (const FrameSet* set : FrameSubjects(format.layout)) {
       const std::string suffix = std::string("/") + format.name + "/" + set->name;
       benchmark::RegisterBenchmark(("frame_decode" + suffix).c_str(), DecodeFrames, set,

@@ -33,17 +33,6 @@ constexpr KernelCase kKernels[] = {
     {TileKernel::kNeon, "neon"},
 };
 
-struct FormatCase {
-  PixelLayout layout;
-  const char* name;
-};
-
-constexpr FormatCase kFormats[] = {
-    {PixelLayout::kNv12, "nv12"},
-    {PixelLayout::kRgba8888, "rgba8888"},
-    {PixelLayout::kRgb565, "rgb565"},
-};
-
 struct FrameJobs {
   std::vector<std::unique_ptr<DecodeJob>> jobs;
   bool built = false;
@@ -142,7 +131,7 @@ void DecodeTiles(benchmark::State& state, const TilePlane* plane, TileKernel ker
 void RegisterDecodeKernelBenchmarks() {
   for (const KernelCase& k : kKernels) {
     if (!TileKernelAvailable(k.kernel)) continue;
-    for (const FormatCase& format : kFormats) {
+    for (const LayoutCase& format : kLayoutCases) {
       for (const FrameSet* set : FrameSubjects(format.layout)) {
         const std::string name =
             std::string("decode_kernel/") + format.name + "/" + k.name + "/" + set->name;
