@@ -24,6 +24,7 @@
 #include "encoder/frame_encoder.h"
 #include "encoder/tile_encoder.h"
 #include "fuzz/fuzz_support.h"
+#include "surface/frame_config.h"
 #include "surface/plane_geometry.h"
 #include "surface/zpak_context.h"
 
@@ -177,17 +178,7 @@ void RoundTripRgba(InputReader* in, int32_t w, int32_t h, const Addressing& a) {
   std::memcpy(frame.data(), encoded.data(), std::min<size_t>(g.frameSize, encoded.size()));
   ExactBuffer output(g.outputSize);
   ZpakConfig dc{};
-  dc.yMetaPlane = frame.data();
-  dc.yDataPlane = frame.data() + g.yMetaBufSize;
-  dc.uvMetaPlane = dc.yDataPlane + g.yDataBufSize;
-  dc.linearY = output.data();
-  dc.width = dc.alignedWidth = g.yStride / kRgbaPixelBytes;
-  dc.height = dc.alignedHeight = g.yBufLength;
-  dc.stride = g.yStride;
-  dc.uvDataOffset = g.yDataBufSize;
-  dc.surfaceFormat = kSurfaceRgba8888;
-  dc.enable = 1;
-  dc.compressedEnd = frame.end();
+  FillDecodeConfig(&dc, PlaneFormat::kRgba8888, g, w, h, frame.data(), output.data());
   Apply(a, &dc);
   DecodeZpakFrame(ContextFor(kContextRgba8888), &dc);
   for (int32_t i = 0; i < h; ++i) {
@@ -250,19 +241,7 @@ void RoundTripNv12(InputReader* in, int32_t w, int32_t h, const Addressing& a) {
   std::memcpy(frame.data(), encoded.data(), std::min<size_t>(g.frameSize, encoded.size()));
   ExactBuffer output(g.outputSize);
   ZpakConfig dc{};
-  dc.yMetaPlane = frame.data();
-  dc.yDataPlane = frame.data() + g.yMetaBufSize;
-  dc.uvMetaPlane = dc.yDataPlane + g.yDataBufSize;
-  dc.linearY = output.data();
-  dc.width = static_cast<uint64_t>(w);
-  dc.height = static_cast<uint64_t>(h);
-  dc.alignedWidth = g.yStride;
-  dc.alignedHeight = g.yBufLength;
-  dc.stride = g.yStride;
-  dc.uvDataOffset = uint64_t{g.yDataBufSize} + g.uvMetaBufSize;
-  dc.surfaceFormat = kSurfaceNv12;
-  dc.enable = 1;
-  dc.compressedEnd = frame.end();
+  FillDecodeConfig(&dc, PlaneFormat::kNv12, g, w, h, frame.data(), output.data());
   Apply(a, &dc);
   DecodeZpakFrame(ContextFor(kContextNv12), &dc);
   Check(image.size() <= output.size(), "NV12 output buffer holds the packed frame");
@@ -279,18 +258,9 @@ void RoundTripRgb565(InputReader* in, int32_t w, int32_t h, const Addressing& a)
   const std::vector<uint8_t> image(staging.data(), staging.data() + g.yDataBufSize);
 
   ExactBuffer encoded(g.frameSize);
+  // The RGB565 encoder mirrors the decoder, so one descriptor serves both.
   ZpakConfig c{};
-  c.yMetaPlane = encoded.data();
-  c.yDataPlane = encoded.data() + g.yMetaBufSize;
-  c.uvMetaPlane = c.yDataPlane + g.yDataBufSize;
-  c.linearY = staging.data();
-  c.width = c.alignedWidth = g.yStride / kRgb565PixelBytes;
-  c.height = c.alignedHeight = g.yBufLength;
-  c.stride = g.yStride;
-  c.uvDataOffset = g.yDataBufSize;
-  c.surfaceFormat = kSurfaceRgb565;
-  c.enable = 1;
-  c.compressedEnd = encoded.end();
+  FillDecodeConfig(&c, PlaneFormat::kRgb565, g, w, h, encoded.data(), staging.data());
   Apply(a, &c);
   EncodeZpakFrameRgb565(ContextFor(kContextRgb565), &c);
   CheckMetadata(encoded.data(), g.yMetaBufSize);
