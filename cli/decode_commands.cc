@@ -220,8 +220,8 @@ void RunDecodeCommand(const DecodeCommand& command, const char* inputPath, const
   s.width = width;
   s.height = height;
   const bool succeeded = OpenFiles(command, &s) && Convert(command, &s);
-  std::free(s.frameBuffer);
-  std::free(s.outputBuffer);
+  ReleaseZeroed(s.frameBuffer);
+  ReleaseZeroed(s.outputBuffer);
   ReleaseZpakContext(s.context);
   std::free(s.config);
   CloseFile(s.input);

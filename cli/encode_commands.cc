@@ -5,6 +5,7 @@
 // frame buffer, and append that whole buffer to the output. Geometry and
 // buffers come from PrepareZpakBuffers; dimensions whose buffers would reach
 // 2^31 bytes are refused before anything is allocated.
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -21,9 +22,9 @@ namespace {
 
 constexpr uint64_t kRgbaPixelBytes = 4;
 constexpr uint64_t kEncoderFailed = 1;
-// Chroma rows are read in chunks of this many bytes (an even count, so U and
-// V keep their parity from chunk to chunk).
-constexpr size_t kChromaChunkBytes = 4096;
+// Chroma rows are read in chunks of at most this many bytes (an even count,
+// so U and V keep their parity from chunk to chunk).
+constexpr size_t kChromaChunkBytes = 16384;
 
 // What both commands obtain before their frame loop.
 struct EncodeSession {
@@ -79,8 +80,8 @@ bool PrepareBuffers(EncodeSession* s, int32_t width, int32_t height, uint32_t fo
 }
 
 void ReleaseSession(EncodeSession* s) {
-  std::free(s->compressed);
-  std::free(s->staging);
+  ReleaseZeroed(s->compressed);
+  ReleaseZeroed(s->staging);
   std::free(s->config);
   std::free(s->info);
   ReleaseZpakContext(s->context);
@@ -96,15 +97,37 @@ void FillNv12Config(const EncodeSession& s) {
   FillEncodeConfig(s.config, kSurfaceNv12, *s.info, s.compressed, s.staging);
 }
 
-// Reads h rows of 4w bytes, one item each, row i at i x yStride. False at the
-// first row that cannot be read whole.
+// Reads `rows` rows of `rowBytes` bytes into `buffer`, row i at i x `pitch`,
+// as that many consecutive reads of one row would, and returns how many bytes
+// arrived before the input ended. Rows that lie back to back go in one read;
+// padded rows one read each, so the padding is never written.
+size_t ReadRows(FILE* input, uint8_t* buffer, size_t rowBytes, size_t rows, size_t pitch) {
+  if (pitch == rowBytes) return std::fread(buffer, 1, rowBytes * rows, input);
+  size_t total = 0;
+  for (size_t i = 0; i < rows; ++i) {
+    const size_t got = std::fread(buffer + i * pitch, 1, rowBytes, input);
+    total += got;
+    if (got < rowBytes) break;
+  }
+  return total;
+}
+
+// Reads h rows of 4w bytes, row i at i x yStride. False when the input ends
+// before the last row is whole.
 bool ReadRgbaFrame(const EncodeSession& s, int32_t width, int32_t height) {
   const size_t rowBytes = kRgbaPixelBytes * static_cast<size_t>(width);
-  for (int32_t i = 0; i < height; ++i) {
-    uint8_t* row = s.staging + static_cast<size_t>(i) * s.info->yStride;
-    if (std::fread(row, rowBytes, 1, s.input) != 1) return false;
+  const size_t rows = static_cast<size_t>(height);
+  // A read of a zero-byte row fails, as a one-item read of it would.
+  if (rowBytes == 0) return rows == 0;
+  return ReadRows(s.input, s.staging, rowBytes, rows, s.info->yStride) == rowBytes * rows;
+}
+
+// Splits `pairs` interleaved U/V pairs into the U and V rows.
+void SplitChromaPairs(const uint8_t* interleaved, size_t pairs, uint8_t* u, uint8_t* v) {
+  for (size_t i = 0; i < pairs; ++i) {
+    u[i] = interleaved[2 * i];
+    v[i] = interleaved[2 * i + 1];
   }
-  return true;
 }
 
 // Reads the interleaved chroma of one frame into the separate U and V planes
@@ -125,14 +148,12 @@ void ReadNv12Chroma(const EncodeSession& s, int32_t width, int32_t height) {
   for (int64_t r = 0; r < rows; ++r) {
     uint8_t* u = uPlane + static_cast<size_t>(r) * cs;
     uint8_t* v = vPlane + static_cast<size_t>(r) * cs;
+    // Every chunk is a whole number of pairs: rows and chunks are even.
     for (size_t done = 0; done < 2 * pairs;) {
-      const size_t want =
-          2 * pairs - done < kChromaChunkBytes ? 2 * pairs - done : kChromaChunkBytes;
+      const size_t want = std::min(2 * pairs - done, kChromaChunkBytes);
       const size_t got = ended ? 0 : std::fread(chunk, 1, want, s.input);
-      for (size_t i = 0; i < want; ++i) {
-        const size_t pair = (done + i) >> 1;
-        (((done + i) & 1) == 0 ? u : v)[pair] = i < got ? chunk[i] : 0;
-      }
+      std::memset(chunk + got, 0, want - got);
+      SplitChromaPairs(chunk, want / 2, u + done / 2, v + done / 2);
       ended = ended || got < want;
       done += want;
     }
@@ -147,7 +168,7 @@ void RunRgbaLoop(const EncodeSession& s, int32_t width, int32_t height, const ch
   // same bytes of it (a frame whose rows cannot all be read is not encoded),
   // so clearing it again before each frame would change nothing.
   for (unsigned n = 0;; ++n) {
-    std::memset(s.compressed, 0, info.bufferSize);
+    if (n != 0) std::memset(s.compressed, 0, info.bufferSize);  // fresh buffers are zero
     if (!ReadRgbaFrame(s, width, height)) break;
     std::printf("Input Frame Read completed=%u\n", n);
     FillRgbaConfig(s);
@@ -172,14 +193,13 @@ bool RunNv12Loop(const EncodeSession& s, int32_t width, int32_t height, const ch
   // read whole or the loop ends, and the chroma read writes every byte it
   // covers (zero past the end of the input).
   for (unsigned n = 0;; ++n) {
-    std::memset(s.compressed, 0, info.bufferSize);
-    for (int32_t i = 0; i < height; ++i) {
-      uint8_t* row = s.staging + static_cast<size_t>(i) * info.linearStride;
-      const size_t got = std::fread(row, 1, rowBytes, s.input);
-      if (got < rowBytes) {
-        std::printf("fread Y plane failed readCount %u", static_cast<unsigned>(got));
-        return true;
-      }
+    if (n != 0) std::memset(s.compressed, 0, info.bufferSize);  // fresh buffers are zero
+    const size_t got =
+        ReadRows(s.input, s.staging, rowBytes, static_cast<size_t>(height), info.linearStride);
+    if (got < rowBytes * static_cast<size_t>(height)) {
+      // The row that came up short, as a read of that row alone reports it.
+      std::printf("fread Y plane failed readCount %u", static_cast<unsigned>(got % rowBytes));
+      return true;
     }
     ReadNv12Chroma(s, width, height);
     std::printf("Input Frame Read completed=%u\n", n);

@@ -8,6 +8,10 @@ namespace {
 // Stream buffer for outputs: frames are written in large blocks, so a bigger
 // buffer than stdio's default only saves copies for the small row writes.
 constexpr size_t kOutputBufferBytes = 1 << 16;
+// Stream buffer for inputs: whole frames are read straight into their
+// buffers whatever its size, but row and chunk reads refill it, each refill
+// a system call.
+constexpr size_t kInputBufferBytes = 1 << 16;
 
 bool SameFile(const char* a, const char* b) {
   struct stat first {};
@@ -27,6 +31,7 @@ FILE* OpenInput(const char* path) {
     std::fclose(file);
     return nullptr;
   }
+  if (file != nullptr) std::setvbuf(file, nullptr, _IOFBF, kInputBufferBytes);
   return file;
 }
 

@@ -1,5 +1,6 @@
 #include "surface/plane_geometry.h"
 
+#include <cstdint>
 #include <cstdlib>
 
 #if defined(__linux__)
@@ -9,23 +10,38 @@
 namespace pelcast {
 namespace {
 
-// Frame buffers of this size or more ask the kernel for huge pages: a frame's
-// first touch then costs a few faults instead of thousands, which is a large
-// part of a single-frame command's run time.
-constexpr size_t kHugePageRequestBytes = size_t{2} << 20;
-constexpr uintptr_t kHugePageBytes = uintptr_t{2} << 20;
+// Buffers of this size or more are mapped on their own, in whole huge pages,
+// and ask the kernel to back them with huge pages: a frame's first touch then
+// costs a few faults instead of thousands, which is a large part of a
+// single-frame command's run time. A mapping whose length is a multiple of
+// the huge page size is placed on a huge page boundary, so every part of it
+// qualifies.
+constexpr size_t kHugePageBytes = size_t{2} << 20;
 
-void RequestHugePages(void* memory, size_t bytes) {
-#if defined(__linux__) && defined(MADV_HUGEPAGE)
-  if (bytes < kHugePageRequestBytes) return;
-  const auto start = reinterpret_cast<uintptr_t>(memory);
-  const uintptr_t first = (start + kHugePageBytes - 1) & ~(kHugePageBytes - 1);
-  const uintptr_t last = (start + bytes) & ~(kHugePageBytes - 1);
+// Every buffer starts with this header, which says how it was obtained so
+// that one release serves both kinds. Its size keeps the bytes after it
+// aligned for any vector load.
+struct alignas(64) BufferHeader {
+  size_t mappedBytes;  // length of the mapping; 0 for the C heap
+};
+constexpr size_t kHeaderBytes = sizeof(BufferHeader);
+
+BufferHeader* MapZeroed(size_t total) {
+#if defined(__linux__)
+  const size_t length = (total + kHugePageBytes - 1) & ~(kHugePageBytes - 1);
+  void* memory =
+      mmap(nullptr, length, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  if (memory == MAP_FAILED) return nullptr;
+#if defined(MADV_HUGEPAGE)
   // Only a hint: where the kernel declines, the buffer works as before.
-  if (last > first) madvise(reinterpret_cast<void*>(first), last - first, MADV_HUGEPAGE);
+  madvise(memory, length, MADV_HUGEPAGE);
+#endif
+  auto* header = static_cast<BufferHeader*>(memory);
+  header->mappedBytes = length;
+  return header;
 #else
-  (void)memory;
-  (void)bytes;
+  (void)total;
+  return nullptr;
 #endif
 }
 
@@ -38,10 +54,26 @@ bool Fits(ExactInt bytes) { return bytes < kMaxBufferBytes; }
 }  // namespace
 
 uint8_t* AllocateZeroed(size_t bytes) {
-  // calloc(0) may return null; one byte keeps a zero-byte request successful.
-  void* memory = std::calloc(bytes != 0 ? bytes : 1, 1);
-  if (memory != nullptr) RequestHugePages(memory, bytes);
-  return static_cast<uint8_t*>(memory);
+  if (bytes > SIZE_MAX - kHugePageBytes - kHeaderBytes) return nullptr;
+  const size_t total = kHeaderBytes + bytes;
+  BufferHeader* header = total >= kHugePageBytes ? MapZeroed(total) : nullptr;
+  if (header == nullptr) {
+    header = static_cast<BufferHeader*>(std::calloc(total, 1));
+    if (header == nullptr) return nullptr;
+  }
+  return reinterpret_cast<uint8_t*>(header) + kHeaderBytes;
+}
+
+void ReleaseZeroed(uint8_t* buffer) {
+  if (buffer == nullptr) return;
+  auto* header = reinterpret_cast<BufferHeader*>(buffer - kHeaderBytes);
+#if defined(__linux__)
+  if (header->mappedBytes != 0) {
+    munmap(header, header->mappedBytes);
+    return;
+  }
+#endif
+  std::free(header);
 }
 
 const char* DecodeSizeProblem(PlaneFormat format, int32_t width, int32_t height) {

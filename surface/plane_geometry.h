@@ -30,9 +30,12 @@ constexpr uint32_t AlignUp(uint32_t value, uint32_t alignment) {
   return AlignUp<uint32_t>(value, alignment);
 }
 
-// Allocates `bytes` zero-filled bytes; a request for 0 bytes succeeds. Returns
-// null when memory is exhausted. Release with std::free.
+// Allocates `bytes` zero-filled bytes, aligned to 64; a request for 0 bytes
+// succeeds. Returns null when memory is exhausted. Release with ReleaseZeroed.
 uint8_t* AllocateZeroed(size_t bytes);
+
+// Releases a buffer from AllocateZeroed; null is accepted.
+void ReleaseZeroed(uint8_t* buffer);
 
 // Decode-side geometry (the values the decode commands print), for the three
 // ZPAK formats. Labels in comments are the printed ones.

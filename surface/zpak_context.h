@@ -170,7 +170,8 @@ inline constexpr uint32_t kPrepareNv12 = 1;
 
 // Fills `info` for the encode commands and allocates (zero-filled) the
 // compressed buffer and the staging buffer when the pointers passed in are
-// null. Returns 0 on success, 1 after an allocation failure (with its message).
+// null (release them with ReleaseZeroed). Returns 0 on success, 1 after an
+// allocation failure (with its message).
 int PrepareZpakBuffers(ZpakInfo* info, uint8_t** compressedBuffer, uint8_t** stagingBuffer,
                        uint32_t width, uint32_t height, uint32_t format);
 

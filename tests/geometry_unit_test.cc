@@ -89,8 +89,8 @@ TEST(PrepareZpakBuffers, Rgba1920x1080) {
   EXPECT_EQ(info.infoValid, 1u);
   ASSERT_NE(compressed, nullptr);
   ASSERT_NE(staging, nullptr);
-  std::free(compressed);
-  std::free(staging);
+  ReleaseZeroed(compressed);
+  ReleaseZeroed(staging);
 }
 
 TEST(PrepareZpakBuffers, Nv12AndUnknownFormat) {
@@ -105,8 +105,8 @@ TEST(PrepareZpakBuffers, Nv12AndUnknownFormat) {
             "epbBuffSize - 3153920 databufsize - 3153920 YUVBufSize - 3133440\n");
   EXPECT_EQ(info.uvScanlines, 544u);
   EXPECT_EQ(info.uvMetaOffset, 8192u);
-  std::free(compressed);
-  std::free(staging);
+  ReleaseZeroed(compressed);
+  ReleaseZeroed(staging);
 
   ZpakInfo other{};
   uint8_t* none = nullptr;

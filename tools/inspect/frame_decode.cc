@@ -43,7 +43,7 @@ bool OpenDecodeSession(InspectFormat format, int32_t width, int32_t height, Deco
 
 void ReleaseDecodeSession(DecodeSession* s) {
   ReleaseZpakContext(s->context);
-  std::free(s->output);
+  ReleaseZeroed(s->output);
   s->context = nullptr;
   s->output = nullptr;
 }

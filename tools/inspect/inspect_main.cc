@@ -99,7 +99,7 @@ struct Run {
   Pictures pictures;
   ~Run() {
     CloseFile(input);
-    std::free(frame);
+    ReleaseZeroed(frame);
     ReleaseDecodeSession(&pictures.session);
   }
 };
