@@ -157,10 +157,155 @@ bool WriteFrame(const DecodeCommand& command, const DecodeSession& s) {
   return true;
 }
 
+// Band by band: each run of tile rows is decoded into the start of the
+// output buffer and written out at once, so a frame never sits in memory
+// whole. Only the buffer's first band is ever touched (its pages cost faults
+// and zeroing once), and the write copies bytes that are still in cache. The
+// file receives exactly the bytes of the whole-frame decode and write.
+constexpr uint64_t kBandBytes = uint64_t{1} << 18;
+
+struct BandPlane {
+  uint64_t plane;        // band plane for the decoder
+  uint64_t tileRows;     // tile rows of the plane
+  uint64_t rowsPerTile;  // linear rows per tile row
+  uint64_t pitch;        // bytes between linear rows in the output
+  uint64_t rows;         // linear rows written out
+  uint64_t rowBytes;     // bytes written out per row
+  uint64_t start;        // where the plane starts in the whole-frame output
+  uint64_t limit;        // bytes of the whole-frame output that are written out
+};
+
+uint64_t BandTileRows(const BandPlane& p) {
+  const uint64_t rowBytes = p.rowsPerTile * p.pitch;
+  return rowBytes == 0 ? p.tileRows : std::max<uint64_t>(1, kBandBytes / rowBytes);
+}
+
+// Writes `count` zero bytes; returns how many went out.
+uint64_t WriteZeros(FILE* output, uint64_t count) {
+  static constexpr uint8_t kZeros[4096] = {};
+  uint64_t written = 0;
+  for (uint64_t left = count; left != 0;) {
+    const uint64_t chunk = std::min<uint64_t>(left, sizeof kZeros);
+    written += std::fwrite(kZeros, 1, chunk, output);
+    left -= chunk;
+  }
+  return written;
+}
+
+// Writes linear rows [first, end) of the plane, held from `band` on, as the
+// whole-frame write gives them: cut at the plane's limit, and bytes at or
+// past `bufferBytes` of the whole-frame output as zeros. True when every
+// byte went out.
+bool WriteBandRows(FILE* output, const uint8_t* band, const BandPlane& p, uint64_t first,
+                   uint64_t end, uint64_t bufferBytes) {
+  if (p.pitch == p.rowBytes) {  // back to back: one write
+    const uint64_t at = p.start + first * p.pitch;
+    const uint64_t stop = std::min(p.start + end * p.pitch, p.limit);
+    if (stop <= at) return true;
+    const uint64_t inside = std::min(stop, std::max(bufferBytes, at)) - at;
+    uint64_t written = inside != 0 ? std::fwrite(band, 1, inside, output) : 0;
+    written += WriteZeros(output, stop - at - inside);
+    return written == stop - at;
+  }
+  bool whole = true;
+  for (uint64_t i = first; i < end; ++i) {
+    const uint64_t start = p.start + i * p.pitch;
+    const uint64_t inside = start < bufferBytes ? std::min(p.rowBytes, bufferBytes - start) : 0;
+    uint64_t written = 0;
+    if (inside != 0) written = std::fwrite(band + (i - first) * p.pitch, 1, inside, output);
+    written += WriteZeros(output, p.rowBytes - inside);
+    whole = whole && written == p.rowBytes;
+  }
+  return whole;
+}
+
+// Decodes and writes one plane band by band; false when a write falls short.
+bool WritePlaneInBands(const DecodeCommand& command, DecodeSession* s, const BandPlane& p) {
+  const uint64_t step = BandTileRows(p);
+  for (uint64_t tr = 0; tr < p.tileRows; tr += step) {
+    const TileRowBand band{p.plane, tr, std::min(step, p.tileRows - tr)};
+    if (command.planeFormat == PlaneFormat::kRgb565) {
+      DecodeZpakFrameRgb565Band(s->context, s->config, band);
+    } else {
+      DecodeZpakFrameBand(s->context, s->config, band);
+    }
+    const uint64_t first = std::min(tr * p.rowsPerTile, p.rows);
+    const uint64_t end = std::min((tr + band.tileRowCount) * p.rowsPerTile, p.rows);
+    if (first >= end) continue;
+    if (command.planeFormat == PlaneFormat::kRgb565) {
+      SwapRedAndBlue(s->outputBuffer, static_cast<uint32_t>((end - first) * p.pitch));
+    }
+    if (!WriteBandRows(s->output, s->outputBuffer, p, first, end, s->geometry.outputSize)) {
+      return false;
+    }
+  }
+  return true;
+}
+
+// The planes of the frame as the whole-frame write gives them, or none when
+// this geometry must be decoded whole (the decoder's row pitch is not the one
+// the write uses).
+uint32_t BandPlanes(const DecodeCommand& command, const DecodeSession& s, BandPlane* planes) {
+  const PlaneGeometry& g = s.geometry;
+  const ZpakConfig& c = *s.config;
+  const uint64_t rows = s.height >= 1 ? static_cast<uint64_t>(s.height) : 0;
+  const uint64_t width = s.width >= 1 ? static_cast<uint64_t>(s.width) : 0;
+  constexpr uint64_t kRgbTileRows = 4;
+  constexpr uint64_t kNv12TileRows = 8;
+  constexpr uint64_t kRgbaTilePixels = 16;
+  constexpr uint64_t kNoLimit = UINT64_MAX;  // G and B write every row whole
+  switch (command.planeFormat) {
+    case PlaneFormat::kNv12: {
+      const uint64_t bytes = width * rows * 3 / 2;
+      const uint64_t chromaPitch = 2 * ((width + 1) / 2);
+      planes[0] = BandPlane{kLumaPlane, ZpakPlaneTileRows(c, kLumaPlane), kNv12TileRows, width,
+                            rows, width, 0, bytes};
+      planes[1] = BandPlane{kChromaPlane, ZpakPlaneTileRows(c, kChromaPlane), kNv12TileRows,
+                            chromaPitch, (rows + 1) / 2, chromaPitch, width * rows, bytes};
+      return 2;
+    }
+    case PlaneFormat::kRgba8888: {
+      const uint64_t tilesPerRow = (c.width + kRgbaTilePixels - 1) / kRgbaTilePixels;
+      if (std::max<uint64_t>(c.stride, 4 * tilesPerRow) != g.yStride) return 0;
+      planes[0] = BandPlane{kLumaPlane, ZpakPlaneTileRows(c, kLumaPlane), kRgbTileRows, g.yStride,
+                            rows, kRgbaBytesPerPixel * width, 0, kNoLimit};
+      break;
+    }
+    case PlaneFormat::kRgb565:
+      if (kRgb565BytesPerPixel * c.width != g.yStride) return 0;
+      planes[0] = BandPlane{kLumaPlane, ZpakRgb565TileRows(c), kRgbTileRows, g.yStride, rows,
+                            kRgb565BytesPerPixel * width, 0, kNoLimit};
+      break;
+  }
+  return 1;
+}
+
+// Decodes and writes one frame; false when U's write falls short.
+bool DecodeAndWriteFrame(const DecodeCommand& command, DecodeSession* s) {
+  BandPlane planes[2]{};
+  const uint32_t count = BandPlanes(command, *s, planes);
+  if (count == 0) {
+    if (command.planeFormat == PlaneFormat::kRgb565) {
+      DecodeZpakFrameRgb565(s->context, s->config);
+    } else {
+      DecodeZpakFrame(s->context, s->config);
+    }
+    return WriteFrame(command, *s);
+  }
+  for (uint32_t i = 0; i < count; ++i) {
+    // Only U checks its writes; the row writes of G and B go unchecked.
+    if (!WritePlaneInBands(command, s, planes[i]) && command.planeFormat == PlaneFormat::kNv12) {
+      return false;
+    }
+  }
+  return true;
+}
+
 // The frame loop. Buffers are not cleared between frames: a frame is decoded
 // only after a complete read has replaced every byte of the frame buffer, and
 // the decoders rewrite every output byte that is written out (and, for B,
-// every byte the red/blue swap touches) on every frame of these geometries.
+// every byte the red/blue swap touches) on every frame and band of these
+// geometries.
 bool DecodeFrames(const DecodeCommand& command, DecodeSession* s) {
   const uint32_t frameSize = s->geometry.frameSize;
   uint32_t frame = 0;
@@ -168,12 +313,7 @@ bool DecodeFrames(const DecodeCommand& command, DecodeSession* s) {
     std::printf("Input Frame Read completed=%u\n", frame);
     FillDecodeConfig(s->config, command.planeFormat, s->geometry, s->width, s->height,
                      s->frameBuffer, s->outputBuffer);
-    if (command.planeFormat == PlaneFormat::kRgb565) {
-      DecodeZpakFrameRgb565(s->context, s->config);
-    } else {
-      DecodeZpakFrame(s->context, s->config);
-    }
-    if (!WriteFrame(command, *s)) {
+    if (!DecodeAndWriteFrame(command, s)) {
       std::printf("ERROR: Failed to write to file %s", s->outputPath);
       return false;
     }

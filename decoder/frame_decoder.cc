@@ -30,6 +30,17 @@ uint64_t CeilDiv(uint64_t value, uint64_t divisor) {
   return value / divisor + (value % divisor != 0 ? 1 : 0);
 }
 
+// The band's tile rows within a plane of `tileRows` tile rows.
+struct BandRows {
+  uint64_t first;
+  uint64_t end;
+};
+
+BandRows ClampBand(const TileRowBand& band, uint64_t tileRows) {
+  const uint64_t first = std::min(band.firstTileRow, tileRows);
+  return BandRows{first, first + std::min(band.tileRowCount, tileRows - first)};
+}
+
 // Builds (or reuses) the slot and metadata tables of the surface.
 void PrepareTables(ZpakContext* context, const ZpakConfig& config, PlaneFormat format) {
   const TileGridLayout layout =
@@ -59,36 +70,40 @@ void FetchAndExpandTile(ZpakContext* context, const ZpakConfig& config, const Pl
 }
 
 // RGBA8888: whole tiles, never clipped, at the larger of the stride and four
-// times the tile count (the stride in every real surface).
-uint64_t DecodeRgba8888Frame(ZpakContext* context, const ZpakConfig& config, TileKernel kernel) {
+// times the tile count (the stride in every real surface). Only the tile rows
+// of `band` are decoded; the output holds just their rows.
+uint64_t DecodeRgba8888Frame(ZpakContext* context, const ZpakConfig& config, TileKernel kernel,
+                             const TileRowBand& band) {
   const uint64_t tilesPerRow = CeilDiv(config.width, kRgbaWalk.tileWidth);
   const uint64_t tileRows = CeilDiv(config.height, kRgbaWalk.tileHeight);
   const uint64_t pitch = std::max<uint64_t>(config.stride, 4 * tilesPerRow);
-  if (tileRows == 0) return pitch;
+  const BandRows rows = ClampBand(band, tileRows);
+  if (rows.first >= rows.end) return pitch;
   PrepareTables(context, config, PlaneFormat::kRgba8888);
   const PlaneSource data = MakePlaneSource(config.yDataPlane, config.compressedEnd);
   const PlaneSource meta = MakePlaneSource(config.yMetaPlane, config.compressedEnd);
+  const uint64_t origin = kRgbaWalk.tileHeight * rows.first;  // first linear row of the output
   TileKind kind;
   if (UsesTileKernel(*context, config, kernel, &kind) && kind == TileKind::kRgba8888) {
     PaddedTile padded{};
-    for (uint64_t tr = 0; tr < tileRows; ++tr) {
+    for (uint64_t tr = rows.first; tr < rows.end; ++tr) {
       const TileRowAddresses row = RowAddresses(context->addressTables, tr);
       for (uint64_t tc = 0; tc < tilesPerRow; ++tc) {
         const uint32_t metadataByte = FetchTile(row, config, data, meta, tc, padded.bytes);
-        uint8_t* out = config.linearY + kRgbaWalk.tileHeight * tr * pitch +
+        uint8_t* out = config.linearY + (kRgbaWalk.tileHeight * tr - origin) * pitch +
                        kRgbaWalk.tileRowBytes * tc;
         ExpandTile(kernel, kind, metadataByte, padded.bytes, out, pitch);
       }
     }
-    if (tilesPerRow != 0) {
+    if (tilesPerRow != 0 && rows.end == tileRows) {
       FetchAndExpandTile(context, config, data, meta, kRgbaWalk, tileRows - 1, tilesPerRow - 1);
     }
     return pitch;
   }
-  for (uint64_t tr = 0; tr < tileRows; ++tr) {
+  for (uint64_t tr = rows.first; tr < rows.end; ++tr) {
     for (uint64_t tc = 0; tc < tilesPerRow; ++tc) {
       FetchAndExpandTile(context, config, data, meta, kRgbaWalk, tr, tc);
-      const TilePlacement at{kRgbaWalk.tileHeight * tr, kRgbaWalk.tileRowBytes * tc,
+      const TilePlacement at{kRgbaWalk.tileHeight * tr - origin, kRgbaWalk.tileRowBytes * tc,
                              kRgbaWalk.tileHeight, kRgbaWalk.tileRowBytes};
       StoreClippedTile(context->decodedTileBuffer, at, config.linearY, pitch, UINT64_MAX,
                        UINT64_MAX);
@@ -110,6 +125,8 @@ struct Nv12PlaneWalk {
   uint64_t pitch;
   uint64_t rowLimit;
   uint64_t columnLimit;
+  BandRows band;     // tile rows decoded
+  uint64_t origin;   // plane row that lands on the output's first row
 };
 
 // Tiles inside the plane are expanded in place; the ones the right or
@@ -119,9 +136,10 @@ void DecodeNv12PlaneWithKernel(ZpakContext* context, const ZpakConfig& config,
   const PlaneWalk& walk = *plane.walk;
   PaddedTile padded{};
   alignas(32) uint8_t tile[kSlotBytes];
-  for (uint64_t tr = 0; tr < plane.tileRows; ++tr) {
-    const uint64_t row = walk.tileHeight * tr;
-    const bool wholeRows = row + walk.tileHeight <= plane.rowLimit;
+  const uint64_t rowLimit = plane.rowLimit - plane.origin;  // in output rows
+  for (uint64_t tr = plane.band.first; tr < plane.band.end; ++tr) {
+    const uint64_t row = walk.tileHeight * tr - plane.origin;
+    const bool wholeRows = row + walk.tileHeight <= rowLimit;
     const TileRowAddresses addresses = RowAddresses(context->addressTables, tr);
     for (uint64_t tc = 0; tc < plane.tilesPerRow; ++tc) {
       const uint32_t metadataByte =
@@ -134,17 +152,21 @@ void DecodeNv12PlaneWithKernel(ZpakContext* context, const ZpakConfig& config,
       }
       ExpandTile(kernel, kind, metadataByte, padded.bytes, tile, walk.tileRowBytes);
       const TilePlacement at{row, column, walk.tileHeight, walk.tileRowBytes};
-      StoreClippedTile(tile, at, plane.output, plane.pitch, plane.rowLimit, plane.columnLimit);
+      StoreClippedTile(tile, at, plane.output, plane.pitch, rowLimit, plane.columnLimit);
     }
   }
   // The context's tile buffers end as the general decoder leaves them.
-  FetchAndExpandTile(context, config, plane.data, plane.meta, walk, plane.tileRows - 1,
-                     plane.tilesPerRow - 1);
+  if (plane.band.end == plane.tileRows) {
+    FetchAndExpandTile(context, config, plane.data, plane.meta, walk, plane.tileRows - 1,
+                       plane.tilesPerRow - 1);
+  }
 }
 
 void DecodeNv12Plane(ZpakContext* context, const ZpakConfig& config, const Nv12PlaneWalk& plane,
                      TileKernel kernel) {
-  if (plane.tileRows == 0 || plane.tilesPerRow == 0) return;
+  if (plane.band.first >= plane.band.end || plane.tilesPerRow == 0) return;
+  // Tiles of a band that starts past the plane's last row store nothing.
+  if (plane.origin >= plane.rowLimit) return;
   const PlaneWalk& walk = *plane.walk;
   // Every tile of the plane is decoded with the same format and plane.
   context->contextFormat = kContextNv12;
@@ -154,20 +176,23 @@ void DecodeNv12Plane(ZpakContext* context, const ZpakConfig& config, const Nv12P
     DecodeNv12PlaneWithKernel(context, config, plane, kernel, kind);
     return;
   }
-  for (uint64_t tr = 0; tr < plane.tileRows; ++tr) {
+  for (uint64_t tr = plane.band.first; tr < plane.band.end; ++tr) {
     for (uint64_t tc = 0; tc < plane.tilesPerRow; ++tc) {
       FetchAndExpandTile(context, config, plane.data, plane.meta, walk, tr, tc);
-      const TilePlacement at{walk.tileHeight * tr, walk.tileRowBytes * tc, walk.tileHeight,
-                             walk.tileRowBytes};
-      StoreClippedTile(context->decodedTileBuffer, at, plane.output, plane.pitch, plane.rowLimit,
-                       plane.columnLimit);
+      const TilePlacement at{walk.tileHeight * tr - plane.origin, walk.tileRowBytes * tc,
+                             walk.tileHeight, walk.tileRowBytes};
+      StoreClippedTile(context->decodedTileBuffer, at, plane.output, plane.pitch,
+                       plane.rowLimit - plane.origin, plane.columnLimit);
     }
   }
 }
 
 // NV12: luma rows packed at `width` bytes; the interleaved chroma follows
 // right after width x height luma bytes, at the width rounded up to even.
-uint64_t DecodeNv12Frame(ZpakContext* context, const ZpakConfig& config, TileKernel kernel) {
+// Only the band's plane and tile rows are decoded; a band of the chroma
+// plane writes its rows from the output's start.
+uint64_t DecodeNv12Frame(ZpakContext* context, const ZpakConfig& config, TileKernel kernel,
+                         const TileRowBand& band) {
   const uint64_t width = config.width;
   const uint64_t height = config.height;
   const uint64_t tilesPerRow = CeilDiv(width, kLumaWalk.tileWidth);
@@ -176,50 +201,88 @@ uint64_t DecodeNv12Frame(ZpakContext* context, const ZpakConfig& config, TileKer
   PrepareTables(context, config, PlaneFormat::kNv12);
 
   const PlaneSource yData = MakePlaneSource(config.yDataPlane, config.compressedEnd);
-  const Nv12PlaneWalk luma{.data = yData,
-                           .meta = MakePlaneSource(config.yMetaPlane, config.compressedEnd),
-                           .planeIndex = 0,
-                           .walk = &kLumaWalk,
-                           .tileRows = tileRows,
-                           .tilesPerRow = tilesPerRow,
-                           .output = config.linearY,
-                           .pitch = width,
-                           .rowLimit = height,
-                           .columnLimit = width};
-  DecodeNv12Plane(context, config, luma, kernel);
-
-  // The chroma tiles reuse the luma tables: chroma tile row r is table row r.
-  const uint64_t chromaPitch = 2 * ((width + 1) / 2);
-  const Nv12PlaneWalk chroma{.data = OffsetPlaneSource(yData, config.uvDataOffset),
-                             .meta = MakePlaneSource(config.uvMetaPlane, config.compressedEnd),
-                             .planeIndex = 1,
-                             .walk = &kChromaWalk,
-                             .tileRows = (tileRows + 1) / 2,
+  if (band.plane == kWholeFrame || band.plane == kLumaPlane) {
+    const BandRows rows = band.plane == kWholeFrame ? BandRows{0, tileRows}
+                                                    : ClampBand(band, tileRows);
+    const Nv12PlaneWalk luma{.data = yData,
+                             .meta = MakePlaneSource(config.yMetaPlane, config.compressedEnd),
+                             .planeIndex = 0,
+                             .walk = &kLumaWalk,
+                             .tileRows = tileRows,
                              .tilesPerRow = tilesPerRow,
-                             .output = config.linearY + width * height,
-                             .pitch = chromaPitch,
-                             .rowLimit = (height + 1) / 2,
-                             .columnLimit = chromaPitch};
-  DecodeNv12Plane(context, config, chroma, kernel);
+                             .output = config.linearY,
+                             .pitch = width,
+                             .rowLimit = height,
+                             .columnLimit = width,
+                             .band = rows,
+                             .origin = kLumaWalk.tileHeight * rows.first};
+    DecodeNv12Plane(context, config, luma, kernel);
+  }
+  if (band.plane == kWholeFrame || band.plane == kChromaPlane) {
+    // The chroma tiles reuse the luma tables: chroma tile row r is table row r.
+    const uint64_t chromaPitch = 2 * ((width + 1) / 2);
+    const uint64_t chromaTileRows = (tileRows + 1) / 2;
+    const BandRows rows = band.plane == kWholeFrame ? BandRows{0, chromaTileRows}
+                                                    : ClampBand(band, chromaTileRows);
+    uint8_t* output = band.plane == kWholeFrame ? config.linearY + width * height : config.linearY;
+    const Nv12PlaneWalk chroma{.data = OffsetPlaneSource(yData, config.uvDataOffset),
+                               .meta = MakePlaneSource(config.uvMetaPlane, config.compressedEnd),
+                               .planeIndex = 1,
+                               .walk = &kChromaWalk,
+                               .tileRows = chromaTileRows,
+                               .tilesPerRow = tilesPerRow,
+                               .output = output,
+                               .pitch = chromaPitch,
+                               .rowLimit = (height + 1) / 2,
+                               .columnLimit = chromaPitch,
+                               .band = rows,
+                               .origin = kChromaWalk.tileHeight * rows.first};
+    DecodeNv12Plane(context, config, chroma, kernel);
+  }
   return config.stride;
 }
 
 }  // namespace
 
-uint64_t DecodeZpakFrameWithKernel(ZpakContext* context, const ZpakConfig* config,
-                                   TileKernel kernel) {
+uint64_t DecodeZpakFrameBandWithKernel(ZpakContext* context, const ZpakConfig* config,
+                                       const TileRowBand& band, TileKernel kernel) {
   if (context == nullptr || config == nullptr || config->enable == 0) return 0;
   if (config->bypass != 0) return config->stride;
   if (!TileKernelAvailable(kernel)) kernel = TileKernel::kPlain;
   if (config->surfaceFormat == kSurfaceRgba8888) {
-    return DecodeRgba8888Frame(context, *config, kernel);
+    if (band.plane == kChromaPlane) return config->stride;  // no such plane
+    const TileRowBand whole{kLumaPlane, 0, UINT64_MAX};
+    return DecodeRgba8888Frame(context, *config, kernel, band.plane == kWholeFrame ? whole : band);
   }
-  if (config->surfaceFormat == kSurfaceNv12) return DecodeNv12Frame(context, *config, kernel);
+  if (config->surfaceFormat == kSurfaceNv12) return DecodeNv12Frame(context, *config, kernel, band);
   return config->stride;
+}
+
+uint64_t DecodeZpakFrameWithKernel(ZpakContext* context, const ZpakConfig* config,
+                                   TileKernel kernel) {
+  return DecodeZpakFrameBandWithKernel(context, config, TileRowBand{kWholeFrame, 0, 0}, kernel);
 }
 
 uint64_t DecodeZpakFrame(ZpakContext* context, const ZpakConfig* config) {
   return DecodeZpakFrameWithKernel(context, config, BestTileKernel());
+}
+
+uint64_t DecodeZpakFrameBand(ZpakContext* context, const ZpakConfig* config,
+                             const TileRowBand& band) {
+  return DecodeZpakFrameBandWithKernel(context, config, band, BestTileKernel());
+}
+
+uint64_t ZpakPlaneTileRows(const ZpakConfig& config, uint64_t plane) {
+  switch (config.surfaceFormat) {
+    case kSurfaceRgba8888:
+      return plane == kLumaPlane ? CeilDiv(config.height, kRgbaWalk.tileHeight) : 0;
+    case kSurfaceNv12: {
+      const uint64_t luma = CeilDiv(config.height, kLumaWalk.tileHeight);
+      return plane == kLumaPlane ? luma : plane == kChromaPlane ? (luma + 1) / 2 : 0;
+    }
+    default:
+      return 0;
+  }
 }
 
 }  // namespace pelcast

@@ -16,6 +16,35 @@ uint64_t DecodeZpakFrame(ZpakContext* context, const ZpakConfig* config);
 // Decodes one RGB565 frame (half tiles of 16 x 4 pixels, two per slot).
 uint64_t DecodeZpakFrameRgb565(ZpakContext* context, const ZpakConfig* config);
 
+// Planes of a band: the frame's only plane (RGBA8888, RGB565) or NV12 luma,
+// NV12 chroma, or every plane as the whole-frame decoders do.
+inline constexpr uint64_t kLumaPlane = 0;
+inline constexpr uint64_t kChromaPlane = 1;
+inline constexpr uint64_t kWholeFrame = 2;
+
+// A run of tile rows of one plane (rows past the plane's last are ignored).
+struct TileRowBand {
+  uint64_t plane;
+  uint64_t firstTileRow;
+  uint64_t tileRowCount;
+};
+
+// Decode only the band's tile rows into config->linearY, which then holds
+// just their linear rows, the same bytes at the same pitch as the
+// whole-frame decoders give those rows. A command decodes a frame band by
+// band into a small buffer it writes out after each band, so the frame never
+// has to sit in memory whole. Decoding every band of every plane in order
+// leaves the context as the whole-frame decoder does.
+uint64_t DecodeZpakFrameBand(ZpakContext* context, const ZpakConfig* config,
+                             const TileRowBand& band);
+uint64_t DecodeZpakFrameRgb565Band(ZpakContext* context, const ZpakConfig* config,
+                                   const TileRowBand& band);
+
+// Tile rows of a plane of the RGBA8888 or NV12 frame `config` describes (0
+// for planes it does not have), and of an RGB565 frame.
+uint64_t ZpakPlaneTileRows(const ZpakConfig& config, uint64_t plane);
+uint64_t ZpakRgb565TileRows(const ZpakConfig& config);
+
 // The same decoders with a chosen tile kernel (the plain functions use the
 // fastest this processor runs); every kernel writes the same bytes and leaves
 // the context as the general decoder does. An unavailable vector kernel runs
@@ -24,5 +53,9 @@ uint64_t DecodeZpakFrameWithKernel(ZpakContext* context, const ZpakConfig* confi
                                    TileKernel kernel);
 uint64_t DecodeZpakFrameRgb565WithKernel(ZpakContext* context, const ZpakConfig* config,
                                          TileKernel kernel);
+uint64_t DecodeZpakFrameBandWithKernel(ZpakContext* context, const ZpakConfig* config,
+                                       const TileRowBand& band, TileKernel kernel);
+uint64_t DecodeZpakFrameRgb565BandWithKernel(ZpakContext* context, const ZpakConfig* config,
+                                             const TileRowBand& band, TileKernel kernel);
 
 }  // namespace pelcast

@@ -2,6 +2,7 @@
 // independently coded halves of 16 x 4 pixels (left half in slot bytes
 // 0-127, right half in 128-255), each with its own metadata byte in metadata
 // columns 2c and 2c + 1. Halves always sit at their fixed place in the slot.
+#include <algorithm>
 #include <cstring>
 
 #include "decoder/frame_decoder.h"
@@ -65,18 +66,21 @@ struct Rgb565Walk {
   uint64_t tilesPerRow;
   uint64_t pitch;   // bytes per linear row; also the column limit
   uint64_t height;  // rows of the linear plane written
+  uint64_t first;   // tile rows decoded: first to end
+  uint64_t end;
+  uint64_t origin;  // plane row that lands on the output's first row
 };
 
 void StoreHalfTile(const uint8_t* decoded, const ZpakConfig& config, const Rgb565Walk& walk,
                    uint64_t tr, uint64_t tc, uint64_t half) {
-  const TilePlacement at{kTileRows * tr,
+  const TilePlacement at{kTileRows * tr - walk.origin,
                          kHalvesPerTile * kHalfTileRowBytes * tc + kHalfTileRowBytes * half,
                          kTileRows, kHalfTileRowBytes};
-  StoreClippedTile(decoded, at, config.linearY, walk.pitch, walk.height, walk.pitch);
+  StoreClippedTile(decoded, at, config.linearY, walk.pitch, walk.height - walk.origin, walk.pitch);
 }
 
 void DecodeHalvesExactly(ZpakContext* context, const ZpakConfig& config, const Rgb565Walk& walk) {
-  for (uint64_t tr = 0; tr < walk.tileRows; ++tr) {
+  for (uint64_t tr = walk.first; tr < walk.end; ++tr) {
     for (uint64_t tc = 0; tc < walk.tilesPerRow; ++tc) {
       for (uint64_t half = 0; half < kHalvesPerTile; ++half) {
         DecodeHalfTile(context, config, walk.data, walk.meta, tr, tc, half);
@@ -94,9 +98,9 @@ void DecodeHalvesWithKernel(ZpakContext* context, const ZpakConfig& config,
   PaddedTile padded{};
   alignas(32) uint8_t tile[kHalfTileBytes];
   const TileAddressTables& tables = context->addressTables;
-  for (uint64_t tr = 0; tr < walk.tileRows; ++tr) {
-    const uint64_t row = kTileRows * tr;
-    const bool wholeRows = row + kTileRows <= walk.height;
+  for (uint64_t tr = walk.first; tr < walk.end; ++tr) {
+    const uint64_t row = kTileRows * tr - walk.origin;
+    const bool wholeRows = row + kTileRows <= walk.height - walk.origin;
     const TileRowAddresses addresses = RowAddresses(tables, tr);
     for (uint64_t tc = 0; tc < walk.tilesPerRow; ++tc) {
       const uint64_t slot = SlotAt(addresses, tc);
@@ -117,18 +121,20 @@ void DecodeHalvesWithKernel(ZpakContext* context, const ZpakConfig& config,
     }
   }
   // The context's tile buffers end as the general decoder leaves them.
-  DecodeHalfTile(context, config, walk.data, walk.meta, walk.tileRows - 1, walk.tilesPerRow - 1,
-                 kHalvesPerTile - 1);
+  if (walk.end == walk.tileRows) {
+    DecodeHalfTile(context, config, walk.data, walk.meta, walk.tileRows - 1,
+                   walk.tilesPerRow - 1, kHalvesPerTile - 1);
+  }
 }
 
 }  // namespace
 
-uint64_t DecodeZpakFrameRgb565WithKernel(ZpakContext* context, const ZpakConfig* config,
-                                         TileKernel kernel) {
+uint64_t DecodeZpakFrameRgb565BandWithKernel(ZpakContext* context, const ZpakConfig* config,
+                                             const TileRowBand& band, TileKernel kernel) {
   if (context == nullptr || config == nullptr || config->enable == 0) return 0;
   if (config->bypass != 0) return config->stride;
   const uint64_t tileRows = CeilDiv(config->height, kTileRows);
-  if (tileRows == 0) return config->stride;
+  if (tileRows == 0 || band.plane == kChromaPlane) return config->stride;
   // Whole tiles only: an odd count of 16-pixel columns leaves the last one
   // undecoded.
   const uint64_t tilesPerRow = CeilDiv(config->width, kHalfTilePixels) / kHalvesPerTile;
@@ -137,13 +143,19 @@ uint64_t DecodeZpakFrameRgb565WithKernel(ZpakContext* context, const ZpakConfig*
   // Only the first half of the compressed tile buffer is refreshed per half
   // tile; the tile bit reader sees zeros after the half tile's 128 bytes.
   std::memset(context->compressedTileBuffer + kHalfTileBytes, 0, kSlotBytes - kHalfTileBytes);
+  const bool whole = band.plane == kWholeFrame;
+  const uint64_t first = whole ? 0 : std::min(band.firstTileRow, tileRows);
+  const uint64_t end = whole ? tileRows : first + std::min(band.tileRowCount, tileRows - first);
   const Rgb565Walk walk{MakePlaneSource(config->yDataPlane, config->compressedEnd),
                         MakePlaneSource(config->yMetaPlane, config->compressedEnd),
                         tileRows,
                         tilesPerRow,
                         kBytesPerPixel * config->width,
-                        config->height};
-  if (tilesPerRow == 0) return config->stride;
+                        config->height,
+                        first,
+                        end,
+                        kTileRows * first};
+  if (tilesPerRow == 0 || first >= end) return config->stride;
   if (!TileKernelAvailable(kernel)) kernel = TileKernel::kPlain;
   if (config->altAddressing == 0) {
     // Every half tile is decoded with the same format and plane.
@@ -159,8 +171,21 @@ uint64_t DecodeZpakFrameRgb565WithKernel(ZpakContext* context, const ZpakConfig*
   return config->stride;
 }
 
+uint64_t DecodeZpakFrameRgb565WithKernel(ZpakContext* context, const ZpakConfig* config,
+                                         TileKernel kernel) {
+  return DecodeZpakFrameRgb565BandWithKernel(context, config, TileRowBand{kWholeFrame, 0, 0},
+                                             kernel);
+}
+
 uint64_t DecodeZpakFrameRgb565(ZpakContext* context, const ZpakConfig* config) {
   return DecodeZpakFrameRgb565WithKernel(context, config, BestTileKernel());
 }
+
+uint64_t DecodeZpakFrameRgb565Band(ZpakContext* context, const ZpakConfig* config,
+                                   const TileRowBand& band) {
+  return DecodeZpakFrameRgb565BandWithKernel(context, config, band, BestTileKernel());
+}
+
+uint64_t ZpakRgb565TileRows(const ZpakConfig& config) { return CeilDiv(config.height, kTileRows); }
 
 }  // namespace pelcast
