@@ -244,7 +244,7 @@ bool WritePlaneInBands(const DecodeCommand& command, DecodeSession* s, const Ban
 
 // The planes of the frame as the whole-frame write gives them, or none when
 // this geometry must be decoded whole (the decoder's row pitch is not the one
-// the write uses).
+// the write uses, or rows overlap).
 uint32_t BandPlanes(const DecodeCommand& command, const DecodeSession& s, BandPlane* planes) {
   const PlaneGeometry& g = s.geometry;
   const ZpakConfig& c = *s.config;
@@ -277,7 +277,9 @@ uint32_t BandPlanes(const DecodeCommand& command, const DecodeSession& s, BandPl
                             kRgb565BytesPerPixel * width, 0, kNoLimit};
       break;
   }
-  return 1;
+  // Rows longer than the pitch run into the next row, which may lie in the
+  // next band.
+  return planes[0].rowBytes <= planes[0].pitch ? 1 : 0;
 }
 
 // Decodes and writes one frame; false when U's write falls short.
