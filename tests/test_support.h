@@ -46,4 +46,23 @@ std::string UsageText();
 // Directory of the shared real-content frames.
 std::string CorpusDir();
 
+// The surface layout, written here from its rules rather than taken from the
+// code under test.
+
+// Slot within its macro tile of tile (row % 4, column % 4), indexed 4 row + column.
+inline constexpr uint8_t kSlotOrder[16] = {0, 7, 10, 13, 6, 1, 12, 11, 3, 4, 9, 14, 5, 2, 15, 8};
+
+// Slot of tile (row, column) where the bank swizzle does not apply: macro
+// tiles of 4 x 4 tiles in raster order, `macroTilesPerRow` to a row.
+uint64_t SlotOf(uint64_t row, uint64_t column, uint64_t macroTilesPerRow);
+
+// Metadata byte offset of tile (row, column) in a metadata plane whose
+// 16 x 16-byte metadata tiles run `tilesPerRow` to a row, each made of four
+// 8 x 8 quarters stored top-left, top-right, bottom-left, bottom-right.
+uint64_t MetaOffset(uint64_t row, uint64_t column, uint64_t tilesPerRow);
+
+// Element index of (x, y) within a raw tile `elementsPerRow` wide: 4 x 4
+// micro-blocks row by row, Z order inside each.
+uint64_t RawElementIndex(uint64_t x, uint64_t y, uint64_t elementsPerRow);
+
 }  // namespace pelcast::testing

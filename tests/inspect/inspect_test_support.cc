@@ -68,22 +68,4 @@ std::array<int, 3> ReferenceRgb(int y, int u, int v, LumaWeights k) {
   return {clamp(r), clamp(g), clamp(b)};
 }
 
-uint64_t MetaOffset(uint64_t row, uint64_t column, uint64_t tilesPerRow) {
-  const uint64_t v = row % 16;
-  const uint64_t u = column % 16;
-  const uint64_t rowPart = v < 8 ? 8 * v : 128 + 8 * (v - 8);
-  const uint64_t colPart = u < 8 ? u : 64 + (u - 8);
-  return 256 * ((row / 16) * tilesPerRow + column / 16) + rowPart + colPart;
-}
-
-uint64_t SlotOf(uint64_t row, uint64_t column, uint64_t macroTilesPerRow) {
-  static constexpr uint8_t kOrder[16] = {0, 7, 10, 13, 6, 1, 12, 11, 3, 4, 9, 14, 5, 2, 15, 8};
-  return 16 * ((row / 4) * macroTilesPerRow + column / 4) + kOrder[4 * (row % 4) + column % 4];
-}
-
-uint64_t RawElementIndex(uint32_t x, uint32_t y, uint32_t elementsPerRow) {
-  const uint32_t inBlock = (x & 1) | (y & 1) << 1 | (x & 2) << 1 | (y & 2) << 2;
-  return ((y >> 2) * (elementsPerRow / 4) + (x >> 2)) * 16 + inBlock;
-}
-
 }  // namespace pelcast::inspect::testing

@@ -1,6 +1,5 @@
 // Helpers of the inspector tests: running the built binary, reading PNGs
-// back, and laying out hand-made ZPAK frames with the surface rules worked
-// out here rather than taken from the code under test.
+// back, and the reference colour conversion.
 #pragma once
 
 #include <array>
@@ -45,17 +44,9 @@ inline constexpr LumaWeights kBt709Weights{0.2126, 0.0722};
 // Limited-range YCbCr to RGB in floating point, rounded and clamped.
 std::array<int, 3> ReferenceRgb(int y, int u, int v, LumaWeights weights);
 
-// Metadata byte offset of tile (row, column) in a metadata plane whose
-// 16 x 16-byte metadata tiles run `tilesPerRow` to a row, each made of four
-// 8 x 8 quarters stored top-left, top-right, bottom-left, bottom-right.
-uint64_t MetaOffset(uint64_t row, uint64_t column, uint64_t tilesPerRow);
-
-// Slot of tile (row, column) for surfaces narrow enough that the bank
-// swizzle never applies: macro tiles of 4 x 4 slots in their fixed order.
-uint64_t SlotOf(uint64_t row, uint64_t column, uint64_t macroTilesPerRow);
-
-// Element index of (x, y) within a raw tile `elementsPerRow` wide: 4 x 4
-// micro-blocks row by row, Z order inside each.
-uint64_t RawElementIndex(uint32_t x, uint32_t y, uint32_t elementsPerRow);
+// The surface layout helpers shared by every test.
+using pelcast::testing::MetaOffset;
+using pelcast::testing::RawElementIndex;
+using pelcast::testing::SlotOf;
 
 }  // namespace pelcast::inspect::testing
