@@ -1,10 +1,15 @@
-// What the hostile-input tests share: the tool's transcripts, built from the
-// printed texts, for the geometries the tests use.
+// What the command-line tests share: the tool's transcripts, built from the
+// printed texts, the geometries of the small frames they decode, and a runner
+// of table rows.
 #pragma once
+
+#include <gtest/gtest.h>
 
 #include <array>
 #include <cstdint>
+#include <cstdio>
 #include <string>
+#include <vector>
 
 #include "tests/test_support.h"
 
@@ -26,6 +31,15 @@ inline std::string GeometryLines(const GeometryValues& v) {
          "\nOutput YUV Buf Size " + n(13) + "\n";
 }
 
+// Printed geometries: NV12 up to 128 x 32, RGBA8888 and RGB565 up to 64 x 16.
+inline constexpr GeometryValues kZeroGeometry = {};
+inline constexpr GeometryValues kNv12Geometry = {128, 32,   128,  32,   64,   16,    64,
+                                                 16,  4096, 4096, 4096, 4096, 16384, 8192};
+inline constexpr GeometryValues kRgbaGeometry = {256, 16,   0,    0, 64, 16,   0,
+                                                 0,   4096, 4096, 0, 0,  8192, 16384};
+inline constexpr GeometryValues kRgb565Geometry = {256, 16,   0,    0, 64, 16,   0,
+                                                   0,   4096, 4096, 0, 0,  8192, 4096};
+
 inline std::string Banner(char letter) {
   switch (letter) {
     case 'U':
@@ -35,6 +49,10 @@ inline std::string Banner(char letter) {
     default:
       return "Converting buffer from ZPAK to RGB565\n";
   }
+}
+
+inline std::string DecodeHead(char letter, const GeometryValues& v) {
+  return Banner(letter) + GeometryLines(v);
 }
 
 inline std::string SizeWarning(uint64_t fileSize, uint64_t frameSize) {
@@ -79,6 +97,39 @@ inline std::string RawBufferError(char letter) {
   if (letter == 'P') return "ERROR:Invalid buffer pointer...Exiting \n";
   if (letter == 'I') return "ERROR: Invalid buffer ptr...Exiting\n";
   return "ERROR: Invalid buffer pointer...Exiting\n";
+}
+
+// The average line of S and R for no frames: 0 / 0 as this machine divides
+// and prints it at run time.
+inline std::string NoFramesLine() {
+  volatile double zero = 0.0;
+  char line[64];
+  std::snprintf(line, sizeof line, "frame = 0 psnr(avg) = %.2f\n", zero / zero);
+  return line;
+}
+
+// One run of the tool in a fresh directory holding `input` as the file `in`.
+struct CliCase {
+  std::vector<std::string> args;  // after the program name
+  Bytes input;
+  std::string transcript;
+  Bytes output = {};         // expected contents of `out`
+  bool outputExists = true;  // false: the command never creates `out`
+};
+
+inline void RunCliCases(const std::vector<CliCase>& cases) {
+  for (const CliCase& c : cases) {
+    TempDir dir;
+    WriteFile(dir.File("in"), c.input);
+    const RunResult r = RunTool(c.args, dir.path());
+    const std::string label = ::testing::PrintToString(c.args);
+    EXPECT_EQ(r.output, c.transcript) << label;
+    EXPECT_EQ(r.exitStatus, 0) << label;
+    ASSERT_EQ(FileExists(dir.File("out")), c.outputExists) << label;
+    if (c.outputExists) {
+      EXPECT_EQ(ReadFile(dir.File("out")), c.output) << label;
+    }
+  }
 }
 
 }  // namespace pelcast::testing::hostile

@@ -30,17 +30,16 @@ struct DecodeSetup {
 };
 
 const DecodeSetup kDecodeSetups[] = {
-    {'U', "64", "32", {128, 32, 128, 32, 64, 16, 64, 16, 4096, 4096, 4096, 4096, 16384, 8192},
-     16384, 3072},
-    {'G', "64", "16", {256, 16, 0, 0, 64, 16, 0, 0, 4096, 4096, 0, 0, 8192, 16384}, 8192, 4096},
-    {'B', "64", "16", {256, 16, 0, 0, 64, 16, 0, 0, 4096, 4096, 0, 0, 8192, 4096}, 8192, 2048},
+    {'U', "64", "32", kNv12Geometry, 16384, 3072},
+    {'G', "64", "16", kRgbaGeometry, 8192, 4096},
+    {'B', "64", "16", kRgb565Geometry, 8192, 2048},
 };
 
 TEST(HostileFiles, DecodeInputsOfEveryLength) {
   // Random bytes throughout, metadata included: whatever they say, a whole
   // frame decodes to a whole output frame and a partial one is dropped.
   for (const DecodeSetup& d : kDecodeSetups) {
-    const std::string head = Banner(d.letter) + GeometryLines(d.geometry);
+    const std::string head = DecodeHead(d.letter, d.geometry);
     struct Case {
       size_t inputBytes;
       std::string transcript;
@@ -224,12 +223,11 @@ TEST(HostileFiles, FailedWrites) {
       {{"N", "in", "/dev/full", "256", "256"}, 256 * 384, wideNv12 + ReadLines(1) +
        "ERROR: Failed to write to file in"},
       {{"U", "in", "/dev/full", "256", "256"}, 106496,
-       Banner('U') +
-           GeometryLines({256, 256, 256, 128, 64, 32, 64, 16, 4096, 65536, 4096, 32768, 106496,
-                          131072}) +
+       DecodeHead('U', {256, 256, 256, 128, 64, 32, 64, 16, 4096, 65536, 4096, 32768, 106496,
+                        131072}) +
            ReadLines(1) + "ERROR: Failed to write to file /dev/full" + UsageText()},
       {{"G", "in", "/dev/full", "64", "16"}, 8192,
-       Banner('G') + GeometryLines(kDecodeSetups[1].geometry) + ReadLines(1) + kDecodeEnd},
+       DecodeHead('G', kRgbaGeometry) + ReadLines(1) + kDecodeEnd},
       {{"P", "in", "/dev/full", "4", "4"}, 24, "frame = 0 \n"},
   };
   for (const Case& c : cases) {
