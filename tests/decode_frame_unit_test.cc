@@ -2,9 +2,6 @@
 // edge rules, on frames assembled in the test.
 #include <gtest/gtest.h>
 
-#include <memory>
-
-#include "decoder/frame_decoder.h"
 #include "surface/tile_addressing.h"
 #include "tests/bit_writer.h"
 #include "tests/codec_test_support.h"
@@ -13,30 +10,30 @@
 namespace pelcast::testing {
 namespace {
 
-const uint64_t kOrder[16] = {0, 7, 10, 13, 6, 1, 12, 11, 3, 4, 9, 14, 5, 2, 15, 8};
-
 // Slots as the surface format states them for bank bit 15: macro tiles in
-// raster order, 16 slots each in kOrder; swizzled, bit 1 of the macro tile
-// flips with y bit 3 ^ x bit 5 (RGBA8888 only) when 16 rows of the plane
-// (bandBytes) are a multiple of 16384, bit 2 with y bit 4 (NV12: 5) at 32768
-// and bit 3 with y bit 5 (NV12: 6) at 65536; x, y is the tile's origin.
+// raster order; swizzled, bit 1 of the macro tile flips with y bit 3 ^ x bit
+// 5 (RGBA8888 only) when 16 rows of the plane (bandBytes) are a multiple of
+// 16384, bit 2 with y bit 4 (NV12: 5) at 32768 and bit 3 with y bit 5 (NV12:
+// 6) at 65536; x, y is the tile's origin.
 uint64_t ExpectedSlot(bool nv12, uint64_t r, uint64_t c, uint64_t m, bool swizzle) {
-  uint64_t macro = (r / 4) * m + c / 4;
   const uint64_t x = nv12 ? 32 * c : 16 * c, y = nv12 ? 8 * r : 4 * r;
   const uint64_t band = (nv12 ? 2048 : 4096) * m;
-  if (swizzle && !nv12 && band % 16384 == 0) macro ^= (((y >> 3) ^ (x >> 5)) & 1) << 1;
-  if (swizzle && band % 32768 == 0) macro ^= ((y >> (nv12 ? 5 : 4)) & 1) << 2;
-  if (swizzle && band % 65536 == 0) macro ^= ((y >> (nv12 ? 6 : 5)) & 1) << 3;
-  return 16 * macro + kOrder[4 * (r % 4) + c % 4];
+  uint64_t flip = 0;
+  if (swizzle && !nv12 && band % 16384 == 0) flip ^= (((y >> 3) ^ (x >> 5)) & 1) << 1;
+  if (swizzle && band % 32768 == 0) flip ^= ((y >> (nv12 ? 5 : 4)) & 1) << 2;
+  if (swizzle && band % 65536 == 0) flip ^= ((y >> (nv12 ? 6 : 5)) & 1) << 3;
+  return SlotOf(r, c, m) ^ (flip << 4);
 }
 
-TEST(TileAddressing, MetaByteOffsetWorkedValues) {
-  // {row, column, metadata tiles per row, offset}: 8 x 8 quarters of 64 bytes.
-  const uint64_t cases[][4] = {{0, 7, 4, 7},    {0, 8, 4, 64},    {7, 0, 4, 56},
-                               {8, 0, 4, 128},  {9, 9, 4, 201},   {15, 15, 4, 255},
-                               {0, 16, 4, 256}, {16, 0, 4, 1024}, {17, 33, 8, 2569}};
-  for (const auto& c : cases)
-    EXPECT_EQ(MetaByteOffset(c[0], c[1], c[2]), c[3]) << c[0] << "," << c[1];
+TEST(TileAddressing, MetaByteOffsetFollowsTheQuarterLayout) {
+  for (uint64_t tilesPerRow : {4, 8}) {
+    for (uint64_t r = 0; r < 40; ++r) {
+      for (uint64_t c = 0; c < 16 * tilesPerRow; ++c) {
+        ASSERT_EQ(MetaByteOffset(r, c, tilesPerRow), MetaOffset(r, c, tilesPerRow))
+            << r << "," << c;
+      }
+    }
+  }
 }
 
 TEST(TileAddressing, SlotTablesMatchTheStatedRules) {
@@ -64,7 +61,7 @@ TEST(TileAddressing, Rgb565SlotRules) {
   // {M, swizzleEnable, row, column, slot}. Swizzled: bit 2 of the macro tile
   // flips with (r / 4) bit 0 when 4096 M is a multiple of 32768, bit 3 with
   // (r / 8) bit 0 at 65536. Unswizzled: i = c % 8 + 4 (r % 4) gives
-  // kOrder[i] + 32 ((r / 4) M + c / 8), and 0 past i = 15.
+  // kSlotOrder[i] + 32 ((r / 4) M + c / 8), and 0 past i = 15.
   const uint64_t cases[][5] = {{8, 1, 4, 0, 16 * 12},  {8, 1, 8, 5, 16 * 17 + 7},
                                {16, 1, 8, 0, 16 * 40}, {16, 1, 12, 2, 16 * 60 + 10},
                                {4, 1, 4, 0, 16 * 4},   {2, 0, 5, 6, 9 + 32 * 2},
@@ -79,16 +76,10 @@ TEST(TileAddressing, Rgb565SlotRules) {
   }
 }
 
-// A descriptor as the decode commands fill it.
-ZpakConfig Config(uint64_t format, uint8_t* meta, uint8_t* data, Bytes* frame, uint8_t* out,
-                  uint64_t alignedWidth, uint64_t alignedHeight, uint64_t width, uint64_t height,
-                  uint64_t stride) {
-  ZpakConfig c{};
-  c.yMetaPlane = meta, c.yDataPlane = data, c.compressedEnd = frame->data() + frame->size();
-  c.linearY = out, c.alignedWidth = alignedWidth, c.alignedHeight = alignedHeight;
-  c.width = width, c.height = height, c.stride = stride, c.surfaceFormat = format;
-  c.addressingMode = 1, c.swizzleEnable = 1, c.bankBit = 15, c.enable = 1;
-  return c;
+// One RGBA8888 macro tile, 64 x 16: metadata, then data 4096 bytes on.
+ZpakConfig MacroTile(Bytes* frame, Bytes* out) {
+  return PlaneConfig(3, frame->data(), frame->data() + 4096, frame->data() + frame->size(),
+                     out->data(), 64, 16, 64, 16, 256);
 }
 
 // A compressed RGBA8888 tile whose every pixel is `pixel` (all codes 0).
@@ -124,19 +115,20 @@ TEST(DecodeFrame, RawTilesLandWhereTheAddressingPutsThem) {
       for (uint64_t c = 0; c < 4 * m; ++c) {
         const uint8_t lo = uint8_t(c + 1), hi = uint8_t(r + 1);
         const size_t slot = metaBytes + 256 * ExpectedSlot(nv12, r, c, m, swizzle);
-        frame[MetaByteOffset(r, c, t)] = 31;
+        frame[MetaOffset(r, c, t)] = 31;
         for (size_t e = 0; !nv12 && e < 64; ++e) Put(&frame, slot + 4 * e, {lo, hi, 0xA5, 0x5A});
         if (!nv12) continue;
         std::fill_n(&frame[slot], 128, lo), std::fill_n(&frame[slot + 128], 128, hi);
         if (r >= 8) continue;  // chroma has half the tile rows
-        uvMeta[MetaByteOffset(r, c, t)] = 31;
+        uvMeta[MetaOffset(r, c, t)] = 31;
         std::fill_n(uvMeta + slot, 128, lo ^ 0x55),
             std::fill_n(uvMeta + slot + 128, 128, hi ^ 0x55);
       }
     }
     Bytes out(2 * width * rows * (nv12 ? 1 : 4));
-    ZpakConfig config = Config(nv12 ? 1 : 3, frame.data(), frame.data() + metaBytes, &frame,
-                               out.data(), width, rows, width, rows, width * (nv12 ? 1 : 4));
+    ZpakConfig config = PlaneConfig(nv12 ? 1 : 3, frame.data(), frame.data() + metaBytes,
+                                    frame.data() + frame.size(), out.data(), width, rows, width,
+                                    rows, width * (nv12 ? 1 : 4));
     config.swizzleEnable = swizzle, config.uvMetaPlane = uvMeta;
     config.uvDataOffset = dataBytes + metaBytes;
     DecodeZpakFrame(MakeContext(nv12).get(), &config);
@@ -159,7 +151,7 @@ TEST(DecodeFrame, RawTilesLandWhereTheAddressingPutsThem) {
 }
 
 TEST(DecodeFrame, HalfSlotRuleAlternativeAddressingAndEndOfBuffer) {
-  // One macro tile (64 x 16): tile (r, c) in slot kOrder[4r + c]. A short
+  // One macro tile (64 x 16): tile (r, c) in slot kSlotOrder[4r + c]. A short
   // tile (metadata <= 23) in a slot s with s % 4 in {1, 2} starts at byte 128
   // of the slot, in addressing mode 1 only.
   const uint64_t cases[][5] = {// {row, column, metadata, addressingMode, upper}
@@ -168,11 +160,10 @@ TEST(DecodeFrame, HalfSlotRuleAlternativeAddressingAndEndOfBuffer) {
                                {0, 1, 23, 1, 0}, {1, 2, 23, 1, 0}, {1, 1, 23, 0, 0}};
   for (const auto& [r, c, meta, mode, upper] : cases) {
     Bytes frame(8192), out(4096);
-    frame[MetaByteOffset(r, c, 4)] = uint8_t(meta);
-    Put(&frame, 4096 + 256 * kOrder[4 * r + c], FlatRgba({1, 2, 3, 4}));
-    Put(&frame, 4096 + 256 * kOrder[4 * r + c] + 128, FlatRgba({5, 6, 7, 8}));
-    ZpakConfig config =
-        Config(3, frame.data(), frame.data() + 4096, &frame, out.data(), 64, 16, 64, 16, 256);
+    frame[MetaOffset(r, c, 4)] = uint8_t(meta);
+    Put(&frame, 4096 + 256 * SlotOf(r, c, 1), FlatRgba({1, 2, 3, 4}));
+    Put(&frame, 4096 + 256 * SlotOf(r, c, 1) + 128, FlatRgba({5, 6, 7, 8}));
+    ZpakConfig config = MacroTile(&frame, &out);
     config.addressingMode = mode;
     DecodeZpakFrame(MakeContext(0).get(), &config);
     EXPECT_EQ(Pixel(out, 16 * c + 5, 4 * r + 2, 256),
@@ -183,8 +174,7 @@ TEST(DecodeFrame, HalfSlotRuleAlternativeAddressingAndEndOfBuffer) {
   // order from the start of slot 1 (whose metadata 0 is not even read).
   Bytes frame(8192), out(4096);
   for (size_t e = 0; e < 64; ++e) Put(&frame, 4096 + 256 + 4 * e, Bytes(4, e < 32 ? 1 : 2));
-  ZpakConfig config =
-      Config(3, frame.data(), frame.data() + 4096, &frame, out.data(), 64, 16, 64, 16, 256);
+  ZpakConfig config = MacroTile(&frame, &out);
   config.altAddressing = 1;
   DecodeZpakFrame(MakeContext(0).get(), &config);
   for (size_t x = 0; x < 16; ++x)
@@ -192,8 +182,8 @@ TEST(DecodeFrame, HalfSlotRuleAlternativeAddressingAndEndOfBuffer) {
   // The same tile's upper half cut two bytes in by the end of the frame:
   // flags 0 and base 0xFF, then six bits of base 1; the rest reads as zero.
   std::fill(frame.begin() + 4096 + 256, frame.end(), 0xFF);
-  frame[MetaByteOffset(1, 1, 4)] = 23, frame[4096 + 256 + 128] = 0xFC;
-  config = Config(3, frame.data(), frame.data() + 4096, &frame, out.data(), 64, 16, 64, 16, 256);
+  frame[MetaOffset(1, 1, 4)] = 23, frame[4096 + 256 + 128] = 0xFC;
+  config = MacroTile(&frame, &out);
   config.compressedEnd = frame.data() + 4096 + 256 + 130;
   DecodeZpakFrame(MakeContext(0).get(), &config);
   EXPECT_EQ(Pixel(out, 16, 4, 256), Bytes({255, 63, 0, 0}));
@@ -203,31 +193,10 @@ TEST(DecodeFrame, HalfSlotRuleAlternativeAddressingAndEndOfBuffer) {
   Put(&tail, 256 * 6, FlatRgba({1, 1, 1, 1}));
   Put(&tail, 256 * 6 + 128, FlatRgba({9, 9, 9, 9}));
   std::fill_n(&tail[8192 - 4], 4, 255);
-  config = Config(3, tail.data() + 8192 - 4, tail.data(), &tail, out.data(), 64, 16, 64, 16, 256);
+  config = PlaneConfig(3, &tail[8192 - 4], tail.data(), tail.data() + 8192, out.data(), 64, 16, 64,
+                       16, 256);
   DecodeZpakFrame(MakeContext(0).get(), &config);
   EXPECT_EQ(Pixel(out, 0, 4, 256), Bytes({9, 9, 9, 9}));
-}
-
-TEST(DecodeFrame, Nv12EdgesAreClipped) {
-  // 33 x 9: 2 x 2 luma tiles into 33 x 9 bytes, chroma from 2 x 1 tiles at
-  // byte 297 with pitch 34 and 5 rows. Raw uniform tiles: luma 0x10 + slot,
-  // chroma 0x80 + slot.
-  Bytes frame(4 * 4096, 31), out(1024, 0xEE);
-  for (uint64_t s = 0; s < 16; ++s) {
-    std::fill_n(&frame[4096 + 256 * s], 256, 0x10 + s),
-        std::fill_n(&frame[12288 + 256 * s], 256, 0x80 + s);
-  }
-  ZpakConfig config =
-      Config(1, frame.data(), frame.data() + 4096, &frame, out.data(), 128, 32, 33, 9, 128);
-  config.uvMetaPlane = frame.data() + 8192, config.uvDataOffset = 8192;
-  ContextPtr context = MakeContext(1);
-  EXPECT_EQ(DecodeZpakFrame(context.get(), &config), 128u);
-  for (size_t i = 0; i < 33 * 9; ++i)
-    EXPECT_EQ(out[i], 0x10 + kOrder[4 * (i / 33 / 8) + i % 33 / 32]) << i;
-  for (size_t i = 0; i < 34 * 5; ++i) EXPECT_EQ(out[297 + i], 0x80 + kOrder[i % 34 / 32]) << i;
-  EXPECT_EQ(Bytes(out.begin() + 297 + 170, out.end()), Bytes(1024 - 467, 0xEE));
-  EXPECT_EQ(context->contextFormat, 1u);
-  EXPECT_EQ(context->planeIndex, 1u);
 }
 
 TEST(DecodeFrame, Rgb565HalvesAndWholeTileColumns) {
@@ -245,7 +214,8 @@ TEST(DecodeFrame, Rgb565HalvesAndWholeTileColumns) {
   for (const auto& [width, decoded] : {std::pair<size_t, size_t>{16, 0}, {48, 64}, {64, 128}}) {
     Bytes out(2 * width * 4, 0xEE);
     ZpakConfig config =
-        Config(12, frame.data(), frame.data() + 4096, &frame, out.data(), 128, 16, width, 4, 256);
+        PlaneConfig(12, frame.data(), frame.data() + 4096, frame.data() + frame.size(), out.data(),
+                    128, 16, width, 4, 256);
     ContextPtr context = MakeContext(12);
     std::fill_n(context->compressedTileBuffer, 256, 0xFF);
     EXPECT_EQ(DecodeZpakFrameRgb565(context.get(), &config), 256u);
@@ -265,8 +235,8 @@ TEST(DecodeFrame, EarlyReturnsWriteNothing) {
   Bytes frame(8192, 31);
   for (const auto& [format, enable, bypass, height, rgb565, result] : cases) {
     Bytes out(4096, 0xEE);
-    ZpakConfig config = Config(format, frame.data(), frame.data() + 4096, &frame, out.data(), 64,
-                               16, 64, height, 256);
+    ZpakConfig config = MacroTile(&frame, &out);
+    config.surfaceFormat = format, config.height = height;
     config.enable = enable, config.bypass = bypass;
     ContextPtr context = MakeContext(0);
     EXPECT_EQ((rgb565 ? DecodeZpakFrameRgb565 : DecodeZpakFrame)(context.get(), &config), result);
