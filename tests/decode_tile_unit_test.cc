@@ -3,10 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <functional>
-#include <memory>
 
 #include "decoder/tile_decoder.h"
 #include "tests/bit_writer.h"
+#include "tests/codec_test_support.h"
 #include "tests/test_support.h"
 
 namespace pelcast::testing {
@@ -23,9 +23,7 @@ size_t TileBytes(const Plane& p) { return p.elementBytes * p.rowElements * p.row
 // Decodes the staged bytes (zero-padded to 256) and checks that nothing past
 // the tile was written.
 Bytes Decode(const Plane& p, Bytes staged, uint32_t meta) {
-  std::unique_ptr<ZpakContext, void (*)(ZpakContext*)> context(AllocateZpakContext(),
-                                                               ReleaseZpakContext);
-  ConfigureZpakContext(context.get(), p.format);
+  ContextPtr context = MakeContext(p.format);
   context->planeIndex = p.index;
   staged.resize(256, 0);
   Bytes out(512, 0xEE);
@@ -49,10 +47,9 @@ Bytes Tile(const Plane& p, const std::function<Bytes(size_t, size_t)>& pixel) {
 
 // A raw tile holds 4 x 4 micro-blocks, each in Z order.
 Bytes RawTile(const Plane& p, const Bytes& stored) {
-  static const size_t kZ[16] = {0, 1, 4, 5, 2, 3, 6, 7, 8, 9, 12, 13, 10, 11, 14, 15};
   return Tile(p, [&](size_t x, size_t y) {
-    const size_t k = ((y / 4) * (p.rowElements / 4) + x / 4) * 16 + kZ[4 * (y % 4) + x % 4];
-    return Bytes(stored.begin() + k * p.elementBytes, stored.begin() + (k + 1) * p.elementBytes);
+    const auto at = stored.begin() + RawElementIndex(x, y, p.rowElements) * p.elementBytes;
+    return Bytes(at, at + p.elementBytes);
   });
 }
 
@@ -74,23 +71,16 @@ TEST(DecodeTile, MetadataChoosesRawOrCompressedForEveryPlane) {
     Bytes tile;
   };
   const FlatCase flats[] = {
-      {kRgba, &rgba,
-       Tile(kRgba,
-            [](size_t, size_t) {
-              return Bytes{0x11, 0x22, 0x33, 0x44};
-            })},
+      {kRgba, &rgba, Tile(kRgba, [](size_t, size_t) { return Bytes{0x11, 0x22, 0x33, 0x44}; })},
       // Luma blocks top-left, top-right, bottom-left, bottom-right.
-      {kLuma, &luma,
-       Tile(kLuma,
-            [](size_t x, size_t y) { return Bytes{uint8_t(0x11 * (1 + 2 * (y / 4) + x / 16))}; })},
+      {kLuma, &luma, Tile(kLuma, [](size_t x, size_t y) {
+         return Bytes{uint8_t(0x11 * (1 + 2 * (y / 4) + x / 16))};
+       })},
       // Chroma blocks are stacked, each with a U and a V base.
-      {kChroma, &chroma,
-       Tile(kChroma,
-            [](size_t, size_t y) {
-              return y < 4 ? Bytes{0x11, 0x22} : Bytes{0x33, 0x44};
-            })},
-      {kRgb565, &rgb565,
-       Tile(kRgb565, [](size_t, size_t) { return Le16(17 + 32 * 34 + 2048 * 19); })},
+      {kChroma, &chroma, Tile(kChroma, [](size_t, size_t y) {
+         return y < 4 ? Bytes{0x11, 0x22} : Bytes{0x33, 0x44};
+       })},
+      {kRgb565, &rgb565, Tile(kRgb565, [](size_t, size_t) { return Le16(17 + 32 * 34 + 2048 * 19); })},
   };
   // Raw exactly when the units reach the raw size: 31-34 for 256-byte tiles,
   // 23-26 and the special 31 for RGB565 half tiles.
@@ -212,9 +202,7 @@ TEST(DecodeTile, BitsPastTheStagedBytesReadAsZero) {
 }
 
 TEST(DecodeTile, FormatsWithoutLayoutWriteNothing) {
-  std::unique_ptr<ZpakContext, void (*)(ZpakContext*)> context(AllocateZpakContext(),
-                                                               ReleaseZpakContext);
-  ConfigureZpakContext(context.get(), 1);
+  ContextPtr context = MakeContext(1);
   const Bytes stored(256, 0x5A);
   // {format, planeIndex}: NV12 has planes 0 and 1 only; 2, 4, 7, 10, 11 and
   // codes above 12 have no layout.

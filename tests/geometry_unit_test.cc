@@ -2,6 +2,7 @@
 // values.
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cstdlib>
 
 #include "surface/plane_geometry.h"
@@ -31,19 +32,13 @@ TEST(PlaneGeometry, WorkedTable) {
   };
   for (const GeometryCase& c : cases) {
     const PlaneGeometry g = ComputePlaneGeometry(c.format, c.w, c.h);
-    SCOPED_TRACE(testing::Message() << "format " << static_cast<int>(c.format) << " " << c.w << "x"
-                                    << c.h);
-    EXPECT_EQ(g.yStride, c.yStride);
-    EXPECT_EQ(g.yBufLength, c.yBufLength);
-    EXPECT_EQ(g.yMetaStride, c.metaStride);
-    EXPECT_EQ(g.yMetaBufLength, c.metaHeight);
-    EXPECT_EQ(g.yMetaBufSize, c.metaSize);
-    EXPECT_EQ(g.yDataBufSize, c.dataSize);
-    EXPECT_EQ(g.uvBufLength, c.uvScanlines);
-    EXPECT_EQ(g.uvMetaStride, c.uvMetaStride);
-    EXPECT_EQ(g.uvMetaBufLength, c.uvMetaHeight);
-    EXPECT_EQ(g.uvMetaBufSize, c.uvMetaSize);
-    EXPECT_EQ(g.frameSize, c.frameSize);
+    EXPECT_EQ((std::array{g.yStride, g.yBufLength, g.yMetaStride, g.yMetaBufLength, g.yMetaBufSize,
+                          g.yDataBufSize, g.uvBufLength, g.uvMetaStride, g.uvMetaBufLength,
+                          g.uvMetaBufSize, g.frameSize}),
+              (std::array{c.yStride, c.yBufLength, c.metaStride, c.metaHeight, c.metaSize,
+                          c.dataSize, c.uvScanlines, c.uvMetaStride, c.uvMetaHeight, c.uvMetaSize,
+                          c.frameSize}))
+        << "format " << static_cast<int>(c.format) << " " << c.w << "x" << c.h;
   }
 }
 

@@ -18,86 +18,64 @@ namespace {
 
 using namespace hostile;
 
-// One geometry per decode command, small enough to run quickly: the frame
-// size is the ZPAK frame read per step, `outputFrame` the bytes written per
-// decoded frame (U: w x h x 3 / 2, G: h rows of 4w, B: h rows of 2w).
-struct DecodeSetup {
-  char letter;
-  std::string width, height;
-  GeometryValues geometry;
-  size_t frame;
-  size_t outputFrame;
-};
-
-const DecodeSetup kDecodeSetups[] = {
-    {'U', "64", "32", kNv12Geometry, 16384, 3072},
-    {'G', "64", "16", kRgbaGeometry, 8192, 4096},
-    {'B', "64", "16", kRgb565Geometry, 8192, 2048},
-};
-
-TEST(HostileFiles, DecodeInputsOfEveryLength) {
+TEST(HostileFiles, InputsOfEveryLength) {
   // Random bytes throughout, metadata included: whatever they say, a whole
   // frame decodes to a whole output frame and a partial one is dropped.
-  for (const DecodeSetup& d : kDecodeSetups) {
-    const std::string head = DecodeHead(d.letter, d.geometry);
-    struct Case {
-      size_t inputBytes;
-      std::string transcript;
-      size_t outputBytes;
-    };
-    const size_t f = d.frame;
-    const Case cases[] = {
-        {0, head + kDecodeEnd, 0},
-        {f - 1, head + SizeWarning(f - 1, f) + kDecodeEnd, 0},
-        {f, head + ReadLines(1) + kDecodeEnd, d.outputFrame},
-        {f + 1, head + SizeWarning(f + 1, f) + ReadLines(1) + kDecodeEnd, d.outputFrame},
-        {2 * f + f / 2, head + SizeWarning(2 * f + f / 2, f) + ReadLines(2) + kDecodeEnd,
-         2 * d.outputFrame},
-    };
-    for (const Case& c : cases) {
-      TempDir dir;
-      WriteFile(dir.File("in"), RandomBytes(c.inputBytes, static_cast<uint32_t>(c.inputBytes)));
-      const RunResult r = RunTool({std::string(1, d.letter), "in", "out", d.width, d.height}, dir.path());
-      EXPECT_EQ(r.output, c.transcript) << d.letter << " " << c.inputBytes;
-      EXPECT_EQ(ReadFile(dir.File("out")).size(), c.outputBytes) << d.letter << " " << c.inputBytes;
-      EXPECT_EQ(r.exitStatus, 0);
-    }
-  }
-}
-
-TEST(HostileFiles, EncodeInputsOfEveryLength) {
-  // H 16 x 4: frames of 4 rows of 64 bytes, 8192 bytes out. N 16 x 8: 8 luma
-  // rows of 16 bytes then 64 chroma bytes, 16384 bytes out; N always ends on
-  // a short luma row, and short chroma is encoded as zeros.
-  const std::string nSizes = "epbBuffSize - 16384 databufsize - 16384 YUVBufSize - 8192\n";
-  auto nEnd = [](int got) {
-    return "fread Y plane failed readCount " + std::to_string(got) + UsageText();
-  };
+  // Decoding: U 64 x 32 reads ZPAK frames of 16384 bytes and writes 3072, G
+  // and B 64 x 16 read 8192 and write 4096 and 2048. Encoding: H 16 x 4
+  // reads 4 rows of 64 bytes and writes 8192; N 16 x 8 reads 8 luma rows of
+  // 16 bytes then 64 chroma bytes and writes 16384, always ending on a short
+  // luma row, and short chroma is encoded as zeros.
   struct Case {
-    char letter;
-    std::string width, height;
+    std::vector<std::string> args;
     size_t inputBytes;
     std::string transcript;
     size_t outputBytes;
   };
-  const Case cases[] = {
-      {'H', "16", "4", 0, kEncodeEnd, 0},
-      {'H', "16", "4", 255, kEncodeEnd, 0},
-      {'H', "16", "4", 256, ConvertedLines(1) + kEncodeEnd, 8192},
-      {'H', "16", "4", 257, ConvertedLines(1) + kEncodeEnd, 8192},
-      {'H', "16", "4", 640, ConvertedLines(2) + kEncodeEnd, 16384},
-      {'N', "16", "8", 0, nSizes + nEnd(0), 0},
-      {'N', "16", "8", 100, nSizes + nEnd(4), 0},
-      {'N', "16", "8", 191, nSizes + ReadLines(1) + nEnd(0), 16384},
-      {'N', "16", "8", 192, nSizes + ReadLines(1) + nEnd(0), 16384},
-      {'N', "16", "8", 193, nSizes + ReadLines(1) + nEnd(1), 16384},
+  const std::vector<std::string> h = {"H", "in", "out", "16", "4"};
+  const std::vector<std::string> n = {"N", "in", "out", "16", "8"};
+  const std::string nSizes = "epbBuffSize - 16384 databufsize - 16384 YUVBufSize - 8192\n";
+  auto nEnd = [](int got) {
+    return "fread Y plane failed readCount " + std::to_string(got) + UsageText();
   };
+  std::vector<Case> cases = {
+      {h, 0, kEncodeEnd, 0},
+      {h, 255, kEncodeEnd, 0},
+      {h, 256, ConvertedLines(1) + kEncodeEnd, 8192},
+      {h, 257, ConvertedLines(1) + kEncodeEnd, 8192},
+      {h, 640, ConvertedLines(2) + kEncodeEnd, 16384},
+      {n, 0, nSizes + nEnd(0), 0},
+      {n, 100, nSizes + nEnd(4), 0},
+      {n, 191, nSizes + ReadLines(1) + nEnd(0), 16384},
+      {n, 192, nSizes + ReadLines(1) + nEnd(0), 16384},
+      {n, 193, nSizes + ReadLines(1) + nEnd(1), 16384},
+  };
+  struct DecodeSetup {
+    std::vector<std::string> args;
+    GeometryValues geometry;
+    size_t frame, outputFrame;
+  };
+  for (const DecodeSetup& d :
+       {DecodeSetup{{"U", "in", "out", "64", "32"}, kNv12Geometry, 16384, 3072},
+        DecodeSetup{{"G", "in", "out", "64", "16"}, kRgbaGeometry, 8192, 4096},
+        DecodeSetup{{"B", "in", "out", "64", "16"}, kRgb565Geometry, 8192, 2048}}) {
+    const std::string head = DecodeHead(d.args[0][0], d.geometry);
+    const size_t f = d.frame;
+    const size_t frames[] = {0, 0, 1, 1, 2};
+    const size_t sizes[] = {0, f - 1, f, f + 1, 2 * f + f / 2};
+    for (size_t i = 0; i < 5; ++i) {
+      const std::string warning = sizes[i] % f != 0 ? SizeWarning(sizes[i], f) : "";
+      cases.push_back({d.args, sizes[i], head + warning + ReadLines(int(frames[i])) + kDecodeEnd,
+                       frames[i] * d.outputFrame});
+    }
+  }
   for (const Case& c : cases) {
     TempDir dir;
-    WriteFile(dir.File("in"), RandomBytes(c.inputBytes, 7));
-    const RunResult r = RunTool({std::string(1, c.letter), "in", "out", c.width, c.height}, dir.path());
-    EXPECT_EQ(r.output, c.transcript) << c.letter << " " << c.inputBytes;
-    EXPECT_EQ(ReadFile(dir.File("out")).size(), c.outputBytes) << c.letter << " " << c.inputBytes;
+    WriteFile(dir.File("in"), RandomBytes(c.inputBytes, static_cast<uint32_t>(c.inputBytes)));
+    const RunResult r = RunTool(c.args, dir.path());
+    EXPECT_EQ(r.output, c.transcript) << c.args[0] << " " << c.inputBytes;
+    EXPECT_EQ(ReadFile(dir.File("out")).size(), c.outputBytes) << c.args[0] << " " << c.inputBytes;
+    EXPECT_EQ(r.exitStatus, 0);
   }
 }
 
@@ -106,8 +84,8 @@ TEST(HostileFiles, EncodeInputsOfEveryLength) {
 struct CommandSetup {
   char letter;
   std::vector<std::string> numbers;
-  size_t frameBytes;           // one input frame
-  bool outputOpenedFirst;      // the output is created even when the input fails
+  size_t frameBytes;       // one input frame
+  bool outputOpenedFirst;  // the output is created even when the input fails
 };
 
 const CommandSetup kCommandSetups[] = {
@@ -115,7 +93,7 @@ const CommandSetup kCommandSetups[] = {
     {'B', {"64", "16"}, 8192, true},   {'H', {"16", "4"}, 256, false},
     {'N', {"16", "8"}, 192, false},    {'P', {"4", "4"}, 24, true},
     {'I', {"4", "4"}, 24, true},       {'C', {"4", "4", "2", "2"}, 24, true},
-    {'E', {"4", "4"}, 12288, true},     {'T', {"4", "4", "1"}, 24, true},
+    {'E', {"4", "4"}, 12288, true},    {'T', {"4", "4", "1"}, 24, true},
 };
 
 std::string OpenFailureText(char letter, const std::string& path) {
