@@ -19,12 +19,13 @@ namespace {
 constexpr size_t kHugePageBytes = size_t{2} << 20;
 
 // Every buffer starts with this header, which says how it was obtained so
-// that one release serves both kinds. Its size keeps the bytes after it
-// aligned for any vector load.
-struct alignas(64) BufferHeader {
+// that one release serves both kinds. The bytes after it keep the alignment
+// of the allocation (a cache line in a mapping, the C heap's otherwise).
+struct BufferHeader {
   size_t mappedBytes;  // length of the mapping; 0 for the C heap
 };
-constexpr size_t kHeaderBytes = sizeof(BufferHeader);
+constexpr size_t kHeaderBytes = 64;
+static_assert(sizeof(BufferHeader) <= kHeaderBytes);
 
 BufferHeader* MapZeroed(size_t total) {
 #if defined(__linux__)

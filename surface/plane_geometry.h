@@ -30,8 +30,7 @@ constexpr uint32_t AlignUp(uint32_t value, uint32_t alignment) {
   return AlignUp<uint32_t>(value, alignment);
 }
 
-// Allocates `bytes` zero-filled bytes, aligned to 64; a request for 0 bytes
-// succeeds. Returns null when memory is exhausted. Release with ReleaseZeroed.
+// Allocates `bytes` zero-filled bytes; a request for 0 bytes succeeds. Returns null when memory is exhausted. Release with ReleaseZeroed.
 uint8_t* AllocateZeroed(size_t bytes);
 
 // Releases a buffer from AllocateZeroed; null is accepted.
