@@ -1,5 +1,4 @@
-// Plane geometry, context configuration and PrepareZpakBuffers against worked
-// values.
+// Plane geometry and PrepareZpakBuffers against worked values.
 #include <gtest/gtest.h>
 
 #include <array>
@@ -109,29 +108,6 @@ TEST(PrepareZpakBuffers, Nv12AndUnknownFormat) {
   EXPECT_EQ(other.infoValid, 1u);
   EXPECT_EQ(other.bufferSize, 0u);
   EXPECT_EQ(none, nullptr);
-}
-
-TEST(ZpakContext, ConfigurationPerFormat) {
-  ZpakContext* context = AllocateZpakContext();
-  ASSERT_NE(context, nullptr);
-  ConfigureZpakContext(context, kContextRgb565);
-  EXPECT_EQ(context->contextFormat, 12u);
-  EXPECT_EQ(context->planes[0].componentCount, 3u);
-  EXPECT_EQ(context->planes[0].rawTileBits, 1024u);
-  EXPECT_EQ(context->planes[0].components[1].sampleBits, 6u);
-  EXPECT_EQ(context->planes[0].components[2].escapeCode, 5u);
-  EXPECT_EQ(context->common.planeCount, 1u);
-  ConfigureZpakContext(context, kContextNv12);
-  EXPECT_EQ(context->planes[0].blockArrangement, 3u);
-  EXPECT_EQ(context->planes[1].blockArrangement, 2u);
-  EXPECT_EQ(context->planes[1].componentCount, 2u);
-  EXPECT_EQ(context->common.planeCount, 2u);
-  ConfigureZpakContext(context, 3);
-  EXPECT_EQ(context->planes[0].packingCode, 3u);
-  EXPECT_EQ(context->planes[0].hasAlphaFlag, 0u);
-  EXPECT_EQ(context->planes[0].log2BytesPerPixel, 1u);
-  ReleaseZpakContext(context);
-  ReleaseZpakContext(nullptr);
 }
 
 }  // namespace

@@ -39,12 +39,6 @@ uint64_t NaiveSquaredDifference(const uint8_t* a, const uint8_t* b, size_t count
   return sum;
 }
 
-TEST(RowKernelSets, PlainSetComesFirst) {
-  const auto& sets = RunnableRowKernelSets();
-  ASSERT_FALSE(sets.empty());
-  EXPECT_EQ(std::string(sets.front()->name), "plain");
-}
-
 TEST(RowKernelSets, InterleaveMatchesBytePairs) {
   for (const RowKernelSet* set : RunnableRowKernelSets()) {
     for (const size_t offset : kOffsets) {
