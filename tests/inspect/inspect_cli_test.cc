@@ -137,10 +137,9 @@ uint8_t Expand5(uint32_t v) { return static_cast<uint8_t>(v << 3 | v >> 2); }
 uint8_t Expand6(uint32_t v) { return static_cast<uint8_t>(v << 2 | v >> 4); }
 
 struct PictureCase {
-  const char* label;
-  std::vector<std::string> formatArgs;  // FORMAT, then WIDTH and HEIGHT
-  Bytes frame;
+  std::string format;
   uint32_t width, height;
+  Bytes frame;
   std::function<std::array<int, 3>(uint32_t x, uint32_t y)> expected;
   int tolerance;
   std::vector<std::string> heatNames;
@@ -161,9 +160,10 @@ PictureCase RgbaCase() {
     }
   }
   const auto rgb = [colour](uint32_t x, uint32_t y) {
-    return std::array<int, 3>{colour(x, y)[0], colour(x, y)[1], colour(x, y)[2]};
+    const auto p = colour(x, y);
+    return std::array<int, 3>{p[0], p[1], p[2]};
   };
-  return {"rgba8888", {"rgba8888", "48", "8"}, frame, 48, 8, rgb, 0, {"heat"}};
+  return {"rgba8888", 48, 8, frame, rgb, 0, {"heat"}};
 }
 
 // RGB565 48 x 4: two raw half tiles (23) per slot; half column k is slot
@@ -188,7 +188,7 @@ PictureCase Rgb565Case() {
     const auto f = fields(x, y);
     return std::array<int, 3>{Expand5(f[0]), Expand6(f[1]), Expand5(f[2])};
   };
-  return {"rgb565", {"rgb565", "48", "4"}, frame, 48, 4, rgb, 0, {"heat"}};
+  return {"rgb565", 48, 4, frame, rgb, 0, {"heat"}};
 }
 
 // NV12 64 x 16, raw tiles (31): 2 x 2 luma tiles of 32 x 8 bytes and 2 x 1
@@ -214,17 +214,17 @@ PictureCase Nv12Case() {
     const auto uv = chroma(x / 2, y / 2);
     return ReferenceRgb(luma(x, y)[0], uv[0], uv[1], kBt709Weights);
   };
-  return {"nv12", {"nv12", "64", "16"}, frame, 64, 16, rgb, 1, {"heat-y", "heat-uv"}};
+  return {"nv12", 64, 16, frame, rgb, 1, {"heat-y", "heat-uv"}};
 }
 
 TEST(InspectCli, DecodedPicturesOfRawTiles) {
   for (const PictureCase& c : {RgbaCase(), Rgb565Case(), Nv12Case()}) {
-    SCOPED_TRACE(c.label);
+    SCOPED_TRACE(c.format);
     TempDir dir;
     const std::string input = dir.File("frame.zpak");
     WriteFile(input, c.frame);
-    const ToolRun run =
-        RunInspector({c.formatArgs[0], input, c.formatArgs[1], c.formatArgs[2], dir.File("out")});
+    const ToolRun run = RunInspector({c.format, input, std::to_string(c.width),
+                                      std::to_string(c.height), dir.File("out")});
     ASSERT_EQ(run.status, 0) << run.err;
     const Picture decoded = ReadPng(dir.File("out-f0-decoded.png"));
     ASSERT_EQ(decoded.width, c.width);
