@@ -79,15 +79,12 @@ inline void ForwardColour(int32_t c0, int32_t c1, int32_t c2, int32_t limit, int
 // exactly what the widest predicted code costs for its own component, but it
 // can shorten the others: a component-0 row 0, 16, 0, 16 ... carries into
 // component 1 at every pixel when predicted, while raw it leaves a flat
-// component 1 with zero residuals. Whether escapes pay then depends on the
-// carries of every earlier group (and on the base values, which start the
-// carries), so finding the best set is a search over all groups of both
-// components whose state does not merge well; a bounded search over escape
-// sets took far more than a few tile encodes and, on the RGB565 corpus
-// frames, would have saved a unit on 1 half tile in 64,800. The encoder
-// therefore does not escape components 0 and 1 in this mode: the plan below
-// is the shortest of all plans without such escapes (escaping component 2
-// never helps, since it carries into nothing).
+// component 1 with zero residuals. Whether escapes pay depends on the carries
+// of the neighbouring groups (and on the base values, which start the
+// carries). The plan below, without such escapes, is the shortest of all
+// plans without them (escaping component 2 never helps, since it carries
+// into nothing); when it and the colour transform both miss a unit that a
+// plan with escapes could reach, rgb565_escapes.cc searches for one.
 //
 // So from the gradient residuals e of the three input components of one
 // pixel, the fields are the zig-zag of d0, d1 and d2 above.

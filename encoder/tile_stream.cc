@@ -30,18 +30,24 @@
 //   its residuals disappear while its base stays, so the flag is always used
 //   when it can be.
 // * RGB565 without the transform: the components carry into each other when
-//   packed; see lane_math.h, which also says where that plan stops short
-//   of the format's optimum (escapes that only pay through the carries).
+//   packed; see lane_math.h. Escaping groups of components 0 or 1 can pay
+//   through the carries; since a tile's size is only its unit count, such
+//   plans are searched (rgb565_escapes.cc) only when the plans without them
+//   miss a unit, and then exactly: a plan is kept when one fits the unit.
 //
 // Every plan is sized from the groups' bit widths alone; only the plan that
-// is kept is written, and only when it is shorter than the raw tile.
+// is kept is written, and only when it is shorter than the raw tile. So the
+// stream is the shortest one except for RGB565 plans with escapes, which
+// are the first found that take the fewest units.
 #include "encoder/tile_stream.h"
 
+#include <algorithm>
 #include <bit>
 #include <cstring>
 
 #include "encoder/bit_writer.h"
 #include "encoder/lane_math.h"
+#include "encoder/rgb565_escapes.h"
 
 namespace pelcast {
 namespace {
@@ -62,6 +68,7 @@ struct WriteLane {
   const LaneResidues* residues;
   LaneCoding coding;
   const int16_t* rawSamples;  // exactly reproduced samples, for escaped groups
+  uint32_t rawGroups;         // groups escaped whatever their width (bit g)
 };
 
 struct StreamPlan {
@@ -79,6 +86,7 @@ struct PlanScratch {
   LaneResidues byteLanes[kMaxBlocks][kMaxComponents];
   LaneResidues exactLanes[kColourComponents];
   ColourSamples colour;
+  Rgb565EscapePlan escapes;
 };
 
 const uint8_t* BlockRows(const TileShape& s, const TileComponents& t, uint32_t b, uint32_t c) {
@@ -116,12 +124,12 @@ void AddBase(StreamPlan* plan, uint32_t value, uint32_t bits) {
 
 WriteLane ByteWriteLane(const LaneResidues* residues, const uint8_t* rows, size_t pitch,
                         uint32_t escape, uint32_t codedBits) {
-  return WriteLane{residues, LaneCoding{escape, codedBits, 0, rows, pitch}, nullptr};
+  return WriteLane{residues, LaneCoding{escape, codedBits, 0, rows, pitch}, nullptr, 0};
 }
 
 WriteLane ExactWriteLane(const LaneResidues* residues, const int16_t* samples, uint32_t escape,
                          uint32_t codedBits) {
-  return WriteLane{residues, LaneCoding{escape, codedBits, 0, nullptr, 0}, samples};
+  return WriteLane{residues, LaneCoding{escape, codedBits, 0, nullptr, 0}, samples, 0};
 }
 
 // Byte-packed planes: per block and component a lane modulo 256; with the
@@ -231,8 +239,46 @@ void PlanByteTile(const TileShape& s, const LaneKernels& k, const TileComponents
   }
 }
 
+// The largest stream that takes fewer units than one of `bits` bits would
+// (the raw tile when it would fill it); 0 when nothing is smaller.
+uint64_t FewerUnitsLimit(const TileShape& s, uint64_t bits) {
+  const uint64_t unitBits = uint64_t{1} << s.unitShift;
+  const uint64_t rawUnits = RawTileUnits(s);
+  const uint64_t units = std::min((bits + unitBits - 1) >> s.unitShift, rawUnits);
+  return units > 1 ? (units - 1) << s.unitShift : 0;
+}
+
+// RGB565 plan with escaped groups of components 0 and 1, when one takes fewer
+// units than `bits`, the best plan without them.
+bool PlanRgb565Escapes(const TileShape& s, const TileComponents& t, const LaneResidues* direct,
+                       uint64_t bits, PlanScratch* scratch, StreamPlan* plan) {
+  uint64_t fixedBits = s.headerBits + kRgb565Components * kGroupsPerBlock * kCodeBits;
+  for (uint32_t c = 0; c < kRgb565Components; ++c) fixedBits += s.sampleBits[c];
+  const uint64_t limit = FewerUnitsLimit(s, bits);
+  if (limit <= fixedBits) return false;
+  const Rgb565Tile tile{t.plane, t.pitch, direct};
+  Rgb565EscapePlan& e = scratch->escapes;
+  if (!FindRgb565EscapePlan(tile, static_cast<uint32_t>(limit - fixedBits), &e, nullptr)) {
+    return false;
+  }
+  plan->bits = fixedBits + e.residualBits;
+  plan->colourFlag = 0;
+  plan->alphaFlag = 0;
+  plan->baseCount = 0;
+  plan->laneCount = kRgb565Components;
+  for (uint32_t c = 0; c < kRgb565Components; ++c) {
+    const bool escapable = c < kRgb565EscapedComponents;
+    AddBase(plan, e.base[c], s.sampleBits[c]);
+    plan->lanes[c] = WriteLane{
+        &e.lanes[c], LaneCoding{kRgb565Escape[c], s.sampleBits[c], kRgb565WideCode[c], nullptr, 0},
+        escapable ? e.raw[c] : nullptr, escapable ? e.escaped[c] : 0};
+  }
+  return true;
+}
+
 // RGB565: the direct plan, or the colour transform when it is possible and
-// shorter.
+// shorter, or, when neither fits in fewer units than the raw tile, a plan
+// with escapes that does.
 void PlanRgb565(const TileShape& s, const LaneKernels& k, const TileComponents& t,
                 PlanScratch* scratch, StreamPlan* plan) {
   LaneResidues* direct = scratch->byteLanes[0];
@@ -257,6 +303,7 @@ void PlanRgb565(const TileShape& s, const LaneKernels& k, const TileComponents& 
     }
   }
   if (!colour) plan->bits = directBits;
+  if (PlanRgb565Escapes(s, t, direct, plan->bits, scratch, plan)) return;
   plan->colourFlag = colour ? 1 : 0;
   plan->alphaFlag = 0;
   plan->baseCount = 0;
@@ -271,8 +318,18 @@ void PlanRgb565(const TileShape& s, const LaneKernels& k, const TileComponents& 
       AddBase(plan, t.plane[c][0], s.sampleBits[c]);
       plan->lanes[c] = WriteLane{
           &direct[c], LaneCoding{kRgb565Escape[c], s.sampleBits[c], kRgb565WideCode[c], nullptr, 0},
-          nullptr};
+          nullptr, 0};
     }
+  }
+}
+
+// Groups escaped by the plan whatever their width: the escape code and room
+// for four raw samples.
+void ForceEscapes(const WriteLane& lane, LanePack* pack) {
+  for (uint32_t escaped = lane.rawGroups; escaped != 0; escaped &= escaped - 1) {
+    const uint32_t g = static_cast<uint32_t>(std::countr_zero(escaped));
+    pack->code[g] = static_cast<uint8_t>(lane.coding.escape);
+    pack->fieldBits[g] = static_cast<uint8_t>(kGroupSize * lane.coding.codedBits);
   }
 }
 
@@ -378,7 +435,8 @@ void WritePlan(const TileShape& s, const LaneKernels& k, const StreamPlan& plan,
   for (uint32_t l = 0; l < plan.laneCount; ++l) {
     const WriteLane& lane = plan.lanes[l];
     const uint32_t escaped = k.packLane(*lane.residues, lane.coding, &packs[l]);
-    if (lane.rawSamples != nullptr) PackEscapedSamples(lane, escaped, &packs[l]);
+    if (lane.rawGroups != 0) ForceEscapes(lane, &packs[l]);
+    if (lane.rawSamples != nullptr) PackEscapedSamples(lane, escaped | lane.rawGroups, &packs[l]);
   }
   // Every store lands at or before the last byte of the stream.
   if (plan.bits / kByteBits + sizeof(uint64_t) > capacity) {

@@ -23,7 +23,8 @@
 //   over groups whose state is the reconstruction the later predictions read,
 //   with component 2 taken modulo 32 (only that reaches the packed value and
 //   every later component-2 residual). Escapes of components 0 and 1 are left
-//   out there, matching what the encoder claims to cover.
+//   out there: the encoder's plans without them must match it, and the
+//   plans with them are checked by rgb565_escape_unit_test.cc.
 #pragma once
 
 #include <algorithm>
