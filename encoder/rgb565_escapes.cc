@@ -140,10 +140,11 @@ RowGroups GroupOrs(RowBytes bytes) {
 // to 32 that each reaches (a comparison that holds gives -1; the bytes are
 // compared as signed values, which they fit).
 RowBytes BitWidths(RowBytes a) {
-  constexpr int32_t kWidest = 6;
+  constexpr int kWidest = 6;
   const RowMasks values = (RowMasks)a;
+  const RowMasks one = RowMasks{} + 1;
   RowMasks width = {};
-  for (int32_t k = 0; k < kWidest; ++k) width += values > static_cast<int8_t>((1 << k) - 1);
+  for (int k = 0; k < kWidest; ++k) width += values > ((one << k) - one);
   return (RowBytes)(-width);
 }
 
@@ -230,42 +231,6 @@ struct TileTerms {
   uint32_t least[kGroupsPerBlock];  // smallest of a group's bounds
 };
 
-// Fields of components 1 and 2 of a pixel whose component 0 steps by dk0
-// and whose component 1 is predicted; returns dk1.
-int32_t PredictedFields(const TileTerms& t, uint32_t at, int32_t dk0, uint32_t* f1, uint32_t* f2) {
-  const int32_t e1 = t.e[1][at];
-  const int32_t d1 = Balanced(e1 - dk0, kBits[1]);
-  const int32_t dk1 = (d1 - e1 + dk0) >> kBits[1];  // exact
-  *f1 = ZigZag(d1);
-  *f2 = ZigZag(Balanced(t.e[2][at] - dk1, kBits[2]));
-  return dk1;
-}
-
-// Component 0 escaped in group g: the least fields of components 1 and 2 over
-// pixels 1 to 3, over every row of the column's last escape above.
-uint32_t EscapedZeroBound(const TileTerms& t, uint32_t g) {
-  const uint32_t y = g / kGroupColumns;
-  const uint32_t x0 = kGroupSize * (g % kGroupColumns);
-  uint32_t best = kNoPlan;
-  // `last` = row of the last escape above, y meaning none (the sum runs
-  // from row 0).
-  for (uint32_t last = 0; last <= y; ++last) {
-    const uint32_t from = last == y ? 0 : last + 1;
-    uint32_t fieldOr[kRgb565Components] = {};
-    for (uint32_t i = 1; i < kGroupSize; ++i) {
-      int32_t h = 0;
-      for (uint32_t r = from; r < y; ++r) h += t.step0[r * kBlockWidth + x0 + i];
-      uint32_t f1 = 0;
-      uint32_t f2 = 0;
-      PredictedFields(t, y * kBlockWidth + x0 + i, -h, &f1, &f2);
-      fieldOr[1] |= f1;
-      fieldOr[2] |= f2;
-    }
-    best = std::min(best, OptionBits(kEscape0, fieldOr));
-  }
-  return best;
-}
-
 // The carry fields of a plan in the making, and the carries its bases start.
 struct Carries {
   int32_t k0[kPixels];
@@ -330,8 +295,9 @@ bool CodePixel(const TileTerms& t, uint32_t at, uint32_t option, Carries* k, Pix
     dk1 = k->start1;
     out->field[1] = ZigZag(d1);
   } else {
-    uint32_t unused = 0;
-    dk1 = PredictedFields(t, at, dk0, &out->field[1], &unused);
+    const int32_t d1 = Balanced(t.e[1][at] - dk0, kBits[1]);
+    dk1 = (d1 - t.e[1][at] + dk0) >> kBits[1];  // exact
+    out->field[1] = ZigZag(d1);
   }
   k->k1[at] = pred1 + dk1;
   // The third base gives pixel (0, 0) a zero field whatever its carry.
@@ -375,26 +341,32 @@ uint32_t LeastField(int32_t e, Range range, uint32_t bits) {
   return std::min(ZigZag(Balanced(lo, bits)), ZigZag(Balanced(hi, bits)));
 }
 
-// What any plan can have on a pixel when its group takes a given option: the
-// carries k, their horizontal steps h = k[x] - k[x-1], and the least fields.
+// What any plan can have on a pixel: the carries k and their horizontal steps
+// h = k[x] - k[x-1], component 0's for it predicted [0] or raw [1], component
+// 1's for each option of the pixel's group; and the least fields the options
+// with escapes allow (the others are the fields without escapes).
 struct PixelRanges {
-  Range k0, h0, k1, h1;
-  uint32_t field[kRgb565Components];
+  Range k0[2], h0[2];
+  Range k1[kOptions], h1[kOptions];
+  uint32_t escaped0Field1;
+  uint32_t field2[kOptions];  // [0] unused
 };
 
-Range HullOfOptions(const PixelRanges* options, Range PixelRanges::*member) {
-  Range r = options[0].*member;
-  for (uint32_t o = 1; o < kOptions; ++o) r = Hull(r, options[o].*member);
+constexpr uint32_t kPredicted = 0;
+constexpr uint32_t kRaw = 1;
+
+Range HullOf(const Range* ranges, uint32_t count) {
+  Range r = ranges[0];
+  for (uint32_t i = 1; i < count; ++i) r = Hull(r, ranges[i]);
   return r;
 }
 
-// Pixel (0, 0) under each option, over every start of the carries the bases
-// allow: the hull of its carries and the least of its fields.
+// Pixel (0, 0), over every start of the carries the bases allow. Its fields
+// can all be 0 (the plain start) and so count as 0.
 void BoundFirstPixel(const TileTerms& t, PixelRanges* out) {
+  *out = PixelRanges{};
+  bool any[kOptions] = {};
   for (uint32_t option = 0; option < kOptions; ++option) {
-    PixelRanges& r = out[option];
-    r = PixelRanges{};
-    bool any = false;  // the plain start always codes, so every option has one
     for (int32_t start0 : kStarts) {
       for (int32_t start1 : kStarts) {
         if (((option & kEscape0) && start0 != 0) || ((option & kEscape1) && start1 != 0)) continue;
@@ -403,85 +375,86 @@ void BoundFirstPixel(const TileTerms& t, PixelRanges* out) {
         k.start1 = start1;
         PixelCoding p;
         if (!CodePixel(t, 0, option, &k, &p)) continue;
-        const Range k0 = Point(k.k0[0]);
-        const Range k1 = Point(k.k1[0]);
-        r.k0 = any ? Hull(r.k0, k0) : k0;
-        r.k1 = any ? Hull(r.k1, k1) : k1;
-        for (uint32_t c = 0; c < kRgb565Components; ++c) {
-          r.field[c] = any ? std::min(r.field[c], p.field[c]) : p.field[c];
-        }
-        any = true;
+        const uint32_t v = (option & kEscape0) ? kRaw : kPredicted;
+        out->k0[v] = any[option] ? Hull(out->k0[v], Point(k.k0[0])) : Point(k.k0[0]);
+        out->k1[option] = any[option] ? Hull(out->k1[option], Point(k.k1[0])) : Point(k.k1[0]);
+        any[option] = true;  // the plain start always codes
       }
     }
-    r.h0 = r.k0;  // the carries left of column 0 are 0
-    r.h1 = r.k1;
   }
+  for (uint32_t v = 0; v < 2; ++v) out->h0[v] = out->k0[v];  // left of column 0 is 0
+  for (uint32_t o = 0; o < kOptions; ++o) out->h1[o] = out->k1[o];
 }
 
-// Pixel `at` (not the first) under each option, from the pixels left and
-// above (null at the tile's edge). The prediction of a carry is k[left] +
-// h[above]; the left pixel of a group's pixels 1 to 3 takes the same option,
-// that of its pixel 0 any, as does the pixel above.
+// Pixel `at` (not the first) from the pixels left and above (null at the
+// tile's edge). The prediction of a carry is k[left] + h[above]; the left
+// pixel of a group's pixels 1 to 3 takes the same option, that of its pixel
+// 0 any, as does the pixel above.
 void BoundPixel(const TileTerms& t, uint32_t at, const PixelRanges* left, const PixelRanges* above,
-                PixelRanges* out) {
+                PixelRanges* r) {
   const bool firstOfGroup = (at % kBlockWidth) % kGroupSize == 0;
-  const Range up0 = above != nullptr ? HullOfOptions(above, &PixelRanges::h0) : kZero;
-  const Range up1 = above != nullptr ? HullOfOptions(above, &PixelRanges::h1) : kZero;
-  const Range anyLeft0 = left != nullptr ? HullOfOptions(left, &PixelRanges::k0) : kZero;
-  const Range anyLeft1 = left != nullptr ? HullOfOptions(left, &PixelRanges::k1) : kZero;
+  const Range up0 = above != nullptr ? HullOf(above->h0, 2) : kZero;
+  const Range up1 = above != nullptr ? HullOf(above->h1, kOptions) : kZero;
+  Range left0[2] = {kZero, kZero};
+  Range left1[kOptions] = {kZero, kZero, kZero, kZero};
+  if (left != nullptr && firstOfGroup) {
+    left0[kPredicted] = left0[kRaw] = HullOf(left->k0, 2);
+    const Range any1 = HullOf(left->k1, kOptions);
+    for (Range& l : left1) l = any1;
+  } else if (left != nullptr) {
+    for (uint32_t v = 0; v < 2; ++v) left0[v] = left->k0[v];
+    for (uint32_t o = 0; o < kOptions; ++o) left1[o] = left->k1[o];
+  }
   const int32_t x1 = t.x[1][at];
   const int32_t e1 = t.e[1][at];
   const int32_t e2 = t.e[2][at];
-  for (uint32_t option = 0; option < kOptions; ++option) {
-    PixelRanges& r = out[option];
-    const Range left0 = firstOfGroup ? anyLeft0 : left[option].k0;
-    const Range left1 = firstOfGroup ? anyLeft1 : left[option].k1;
-    Range dk0 = Point(t.step0[at]);
-    if (option & kEscape0) {  // a raw sample: k0 = 0
-      dk0 = Negate(Add(left0, up0));
-      r.k0 = kZero;
-      r.h0 = Negate(left0);
-      r.field[0] = 0;
-    } else {
-      r.k0 = Add(Add(left0, up0), dk0);
-      r.h0 = Add(up0, dk0);
-      r.field[0] = t.field0[at];
-    }
-    const Range pred1 = Add(left1, up1);
-    Range dk1;
-    if (option & kEscape1) {  // a raw sample: k1 follows k0
-      r.k1 = RawCarries1(x1, r.k0);
-      dk1 = Subtract(r.k1, pred1);
-      r.h1 = Subtract(r.k1, left1);
-      r.field[1] = 0;
-    } else {
-      dk1 = PredictedSteps1(e1, dk0);
-      r.k1 = Add(pred1, dk1);
-      r.h1 = Add(up1, dk1);
-      r.field[1] = (option & kEscape0) ? LeastField(e1, dk0, kBits[1]) : t.direct[1].zig[at];
-    }
-    r.field[2] = option == 0 ? t.direct[2].zig[at] : LeastField(e2, dk1, kBits[2]);
+  const Range step0 = Point(t.step0[at]);
+  // Component 0 predicted, or raw (k0 = 0).
+  r->k0[kPredicted] = Add(Add(left0[kPredicted], up0), step0);
+  r->h0[kPredicted] = Add(up0, step0);
+  const Range rawStep0 = Negate(Add(left0[kRaw], up0));
+  r->k0[kRaw] = kZero;
+  r->h0[kRaw] = Negate(left0[kRaw]);
+  // Component 1 predicted, after component 0 predicted or raw.
+  const Range steps1[2] = {Point(PredictedStep1(e1, t.step0[at])), PredictedSteps1(e1, rawStep0)};
+  for (uint32_t option : {0u, kEscape0}) {
+    const Range dk1 = steps1[option == 0 ? kPredicted : kRaw];
+    r->k1[option] = Add(Add(left1[option], up1), dk1);
+    r->h1[option] = Add(up1, dk1);
+  }
+  r->escaped0Field1 = LeastField(e1, rawStep0, kBits[1]);
+  r->field2[kEscape0] = LeastField(e2, steps1[kRaw], kBits[2]);
+  // Component 1 raw: k1 follows k0 (0 when component 0 is raw too).
+  for (uint32_t option : {kEscape1, kEscapeBoth}) {
+    const Range k1 = option == kEscape1 ? RawCarries1(x1, r->k0[kPredicted]) : kZero;
+    r->k1[option] = k1;
+    r->h1[option] = Subtract(k1, left1[option]);
+    r->field2[option] = LeastField(e2, Subtract(k1, Add(left1[option], up1)), kBits[2]);
   }
 }
 
 // Bounds of every group and option over every plan.
-void BoundGroups(const TileTerms& t, const uint32_t* escapedZero, uint32_t (*bound)[kOptions]) {
-  PixelRanges ranges[kPixels][kOptions];
-  BoundFirstPixel(t, ranges[0]);
+void BoundGroups(const TileTerms& t, uint32_t (*bound)[kOptions]) {
+  PixelRanges ranges[kPixels];
+  BoundFirstPixel(t, &ranges[0]);
   for (uint32_t at = 1; at < kPixels; ++at) {
-    const PixelRanges* left = at % kBlockWidth != 0 ? ranges[at - 1] : nullptr;
-    const PixelRanges* above = at >= kBlockWidth ? ranges[at - kBlockWidth] : nullptr;
-    BoundPixel(t, at, left, above, ranges[at]);
+    const PixelRanges* left = at % kBlockWidth != 0 ? &ranges[at - 1] : nullptr;
+    const PixelRanges* above = at >= kBlockWidth ? &ranges[at - kBlockWidth] : nullptr;
+    BoundPixel(t, at, left, above, &ranges[at]);
   }
+  const LaneResidues* d = t.direct;
   for (uint32_t g = 0; g < kGroupsPerBlock; ++g) {
-    for (uint32_t option = 0; option < kOptions; ++option) {
-      uint32_t fieldOr[kRgb565Components] = {};
-      for (uint32_t at = FirstPixel(g); at < FirstPixel(g) + kGroupSize; ++at) {
-        for (uint32_t c = 0; c < kRgb565Components; ++c) fieldOr[c] |= ranges[at][option].field[c];
-      }
-      bound[g][option] = OptionBits(option, fieldOr);
+    uint32_t escaped0Or1 = 0;
+    uint32_t field2Or[kOptions] = {};
+    for (uint32_t at = FirstPixel(g); at < FirstPixel(g) + kGroupSize; ++at) {
+      escaped0Or1 |= ranges[at].escaped0Field1;
+      for (uint32_t o = 1; o < kOptions; ++o) field2Or[o] |= ranges[at].field2[o];
     }
-    bound[g][kEscape0] = std::max(bound[g][kEscape0], escapedZero[g]);
+    const uint32_t width0 = kGroupSize * d[0].width[g];
+    bound[g][0] = width0 + kGroupSize * (d[1].width[g] + d[2].width[g]);
+    bound[g][kEscape0] = kEscapedBits[0] + GroupBits(escaped0Or1) + GroupBits(field2Or[kEscape0]);
+    bound[g][kEscape1] = width0 + kEscapedBits[1] + GroupBits(field2Or[kEscape1]);
+    bound[g][kEscapeBoth] = kEscapedBits[0] + kEscapedBits[1] + GroupBits(field2Or[kEscapeBoth]);
   }
 }
 
@@ -497,9 +470,7 @@ void MakeTerms(const Rgb565Tile& tile, TileTerms* t) {
     t->step0[at] = Step0(t->e[0][at]);
     t->field0[at] = ZigZag(Balanced(t->e[0][at], kBits[0]));
   }
-  uint32_t escapedZero[kGroupsPerBlock];
-  for (uint32_t g = 0; g < kGroupsPerBlock; ++g) escapedZero[g] = EscapedZeroBound(*t, g);
-  BoundGroups(*t, escapedZero, t->bound);
+  BoundGroups(*t, t->bound);
   for (uint32_t g = 0; g < kGroupsPerBlock; ++g) {
     t->least[g] = *std::min_element(t->bound[g], t->bound[g] + kOptions);
   }
