@@ -150,10 +150,65 @@ RowBytes BitWidths(RowBytes a) {
 
 RowBytes Least(RowBytes a, RowBytes b) { return a < b ? a : b; }
 
+// The sum of the bytes: their pairs as 16-bit halves of two words, then the
+// halves summed by one multiplication each (the sum stays below 2^16).
 uint32_t SumBytes(RowBytes a) {
+  constexpr uint64_t kEvenBytes = 0x00ff00ff00ff00ff;
+  constexpr uint64_t kEveryHalf = 0x0001000100010001;
+  constexpr uint32_t kTopHalf = 48;
+  uint64_t words[2];
+  std::memcpy(words, &a, sizeof words);
   uint32_t sum = 0;
-  for (uint32_t i = 0; i < kBlockWidth; ++i) sum += a[i];
+  for (uint64_t w : words) {
+    const uint64_t pairs = (w & kEvenBytes) + ((w >> kByteBits) & kEvenBytes);
+    sum += static_cast<uint32_t>((pairs * kEveryHalf) >> kTopHalf);
+  }
   return sum;
+}
+
+// Per-row group values (row y's group j in the low byte of lane j of rows[y])
+// in group order: group 4y + j in byte 4y + j. The four rows' lanes are
+// transposed, then each column's values moved to their byte.
+RowBytes GroupOrder(const RowGroups* rows) {
+  const RowGroups low01 = __builtin_shufflevector(rows[0], rows[1], 0, 4, 1, 5);
+  const RowGroups low23 = __builtin_shufflevector(rows[2], rows[3], 0, 4, 1, 5);
+  const RowGroups high01 = __builtin_shufflevector(rows[0], rows[1], 2, 6, 3, 7);
+  const RowGroups high23 = __builtin_shufflevector(rows[2], rows[3], 2, 6, 3, 7);
+  const RowGroups column0 = __builtin_shufflevector(low01, low23, 0, 1, 4, 5);
+  const RowGroups column1 = __builtin_shufflevector(low01, low23, 2, 3, 6, 7);
+  const RowGroups column2 = __builtin_shufflevector(high01, high23, 0, 1, 4, 5);
+  const RowGroups column3 = __builtin_shufflevector(high01, high23, 2, 3, 6, 7);
+  return (RowBytes)(column0 | column1 << kByteBits | column2 << (2 * kByteBits) |
+                    column3 << (3 * kByteBits));
+}
+
+// The least of the options' bounds per group, summed, from the widths of
+// components 1 and 2 with component 0 raw (group order, added) and the lanes'
+// own widths.
+uint32_t LeastOfOptions(const LaneResidues* d, RowBytes escaped0Widths) {
+  const RowBytes w0 = LoadRow(d[0].width);
+  const RowBytes all = (w0 + LoadRow(d[1].width) + LoadRow(d[2].width)) << 2;
+  const RowBytes escape0 = kEscapedBits[0] + (escaped0Widths << 2);
+  const RowBytes escape1 = (w0 << 2) + kEscapedBits[1];
+  const RowBytes both = RowBytes{} + (kEscapedBits[0] + kEscapedBits[1]);
+  return SumBytes(Least(Least(all, escape0), Least(escape1, both)));
+}
+
+constexpr uint8_t kAll = 0xff;
+constexpr RowBytes kNotFirstOfGroup = {0, kAll, kAll, kAll, 0, kAll, kAll, kAll,
+                                       0, kAll, kAll, kAll, 0, kAll, kAll, kAll};
+
+// The cheapest of all: with component 1 raw component 2 counts as free, and
+// with component 0 raw only component 2 counts, moved by at most the largest
+// drift (3, see LaneBound) on pixels 1 to 3.
+uint32_t QuickLaneBound(const Rgb565Tile& tile) {
+  const RowBytes drift = RowBytes{} + 3;
+  RowGroups rows[kRows];
+  for (uint32_t y = 0; y < kRows; ++y) {
+    const RowBytes zig = LoadRow(tile.direct[2].zig + y * kBlockWidth);
+    rows[y] = GroupOrs((zig - drift) & (RowBytes)(zig > drift) & kNotFirstOfGroup);
+  }
+  return LeastOfOptions(tile.direct, BitWidths(GroupOrder(rows)));
 }
 
 // The cheapest gate: per group the least of the bounds the lanes without
@@ -165,16 +220,12 @@ uint32_t SumBytes(RowBytes a) {
 // (cyclically) and, 2n being below 64, dk1 and so d2 by at most 1 (neither
 // when n is 0). A zig-zag field of |d| is 2|d| or 2|d| - 1, so fields drop by
 // at most 4n + 1 and 3.
-//
-// Groups are gathered into one byte each, row y's four groups into byte y of
-// four 32-bit lanes (so byte 4j + y is group 4y + j); every bound below is
-// per group, so that order is as good as any.
 uint32_t LaneBound(const Rgb565Tile& tile) {
   // Component 0 framed by its base (the first sample) on the imaginary line.
   constexpr uint32_t kFramed = kBlockWidth + 1;
   const uint8_t base = tile.planes[0][0];
   uint8_t framed[kRows + 1][kFramed];
-  std::memset(framed[0], base, kFramed);
+  for (uint8_t& above : framed[0]) above = base;
   for (uint32_t y = 0; y < kRows; ++y) {
     framed[y + 1][0] = base;
     std::memcpy(framed[y + 1] + 1, tile.planes[0] + y * tile.pitch, kBlockWidth);
@@ -186,37 +237,23 @@ uint32_t LaneBound(const Rgb565Tile& tile) {
   constexpr uint8_t kNoStepShift = 80;
   constexpr uint8_t kNoStepBits = 0xe0;
   constexpr uint8_t kNoStepValue = 0x80;
-  constexpr uint8_t kAll = 0xff;
-  const RowBytes notFirstOfGroup = {0, kAll, kAll, kAll, 0, kAll, kAll, kAll,
-                                    0, kAll, kAll, kAll, 0, kAll, kAll, kAll};
   const LaneResidues* d = tile.direct;
   RowBytes count = {};
-  RowGroups direct[kRgb565Components] = {};  // per group: OR of its fields without escapes
-  RowGroups escaped0[kRgb565Components] = {};  // and the least with component 0 raw
+  RowGroups rows1[kRows];
+  RowGroups rows2[kRows];
   for (uint32_t y = 0; y < kRows; ++y) {
     const RowBytes e = LoadRow(framed[y + 1] + 1) + LoadRow(framed[y]) + kBias -
                        LoadRow(framed[y + 1]) - LoadRow(framed[y] + 1);
     count += Ones(((e + kNoStepShift) & kNoStepBits) != kNoStepValue);
     const RowBytes moved = Ones(count != 0);
-    const RowBytes drift[kRgb565Components] = {{}, (count << 2) + moved, moved + moved + moved};
-    const uint32_t shift = y * kByteBits;
-    for (uint32_t c = 0; c < kRgb565Components; ++c) {
-      const RowBytes zig = LoadRow(d[c].zig + y * kBlockWidth);
-      direct[c] |= GroupOrs(zig) << shift;
-      if (c == 0) continue;
-      const RowBytes least = (zig - drift[c]) & (RowBytes)(zig > drift[c]) & notFirstOfGroup;
-      escaped0[c] |= GroupOrs(least) << shift;
-    }
+    const RowBytes drift1 = (count << 2) + moved;   // 4n + 1
+    const RowBytes drift2 = moved + moved + moved;  // 3
+    const RowBytes zig1 = LoadRow(d[1].zig + y * kBlockWidth);
+    const RowBytes zig2 = LoadRow(d[2].zig + y * kBlockWidth);
+    rows1[y] = GroupOrs((zig1 - drift1) & (RowBytes)(zig1 > drift1) & kNotFirstOfGroup);
+    rows2[y] = GroupOrs((zig2 - drift2) & (RowBytes)(zig2 > drift2) & kNotFirstOfGroup);
   }
-  RowBytes width[kRgb565Components];
-  for (uint32_t c = 0; c < kRgb565Components; ++c) width[c] = BitWidths((RowBytes)direct[c]);
-  const RowBytes all = (width[0] + width[1] + width[2]) << 2;
-  const RowBytes escape0 =
-      kEscapedBits[0] +
-      ((BitWidths((RowBytes)escaped0[1]) + BitWidths((RowBytes)escaped0[2])) << 2);
-  const RowBytes escape1 = (width[0] << 2) + kEscapedBits[1];
-  const RowBytes both = RowBytes{} + (kEscapedBits[0] + kEscapedBits[1]);
-  return SumBytes(Least(Least(all, escape0), Least(escape1, both)));
+  return LeastOfOptions(d, BitWidths(GroupOrder(rows1)) + BitWidths(GroupOrder(rows2)));
 }
 
 // What the input fixes, worked out once per tile, and the bounds of every
@@ -548,7 +585,6 @@ struct Search {
   Carries carries;
   uint32_t option[kGroupsPerBlock];
   EdgeMemo memo[kGroupColumns - 1];
-  uint64_t evaluated;
 };
 
 ColumnEdge EdgeOf(const Carries& k, uint32_t column) {
@@ -566,7 +602,6 @@ bool Descend(Search* s, uint32_t position, uint32_t spent);
 // Tries `option` at `position` with the carries started as they are set.
 bool TryOption(Search* s, uint32_t position, uint32_t option, uint32_t spent) {
   const uint32_t g = ColumnOrderGroup(position);
-  ++s->evaluated;
   const uint32_t bits = CodeGroup<false>(*s->terms, g, option, &s->carries, nullptr);
   if (bits == kNoPlan) return false;
   const uint32_t total = spent + bits;
@@ -655,7 +690,6 @@ void PrepareSearch(const TileTerms& terms, uint32_t budget, Search* s) {
     s->rest[position] = s->rest[position + 1] + terms.least[ColumnOrderGroup(position)];
   }
   for (EdgeMemo& m : s->memo) m.count = 0;
-  s->evaluated = 0;
   s->carries.start0 = s->carries.start1 = 0;
 }
 
@@ -667,19 +701,17 @@ uint32_t Rgb565ResidualBound(const Rgb565Tile& tile) {
   return std::max(LaneBound(tile), BoundSum(terms));
 }
 
-bool FindRgb565EscapePlan(const Rgb565Tile& tile, uint32_t budgetBits, Rgb565EscapePlan* plan,
-                          Rgb565SearchCounters* counters) {
-  if (counters != nullptr) *counters = Rgb565SearchCounters{false, 0};
-  if (LaneBound(tile) > budgetBits) return false;
+bool FindRgb565EscapePlan(const Rgb565Tile& tile, uint32_t budgetBits, Rgb565EscapePlan* plan) {
+  // The cheap gates first; QuickLaneBound never exceeds LaneBound.
+  if (QuickLaneBound(tile) > budgetBits || LaneBound(tile) > budgetBits) return false;
   TileTerms terms;
   MakeTerms(tile, &terms);
   if (BoundSum(terms) > budgetBits) return false;
   Search s;
   PrepareSearch(terms, budgetBits, &s);
-  const bool found = Descend(&s, 0, 0);
-  if (counters != nullptr) *counters = Rgb565SearchCounters{true, s.evaluated};
-  if (found) RecordPlan(terms, &s, plan);
-  return found;
+  if (!Descend(&s, 0, 0)) return false;
+  RecordPlan(terms, &s, plan);
+  return true;
 }
 
 }  // namespace pelcast

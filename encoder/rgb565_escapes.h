@@ -41,17 +41,10 @@ struct Rgb565Tile {
 // bound, not always reached).
 uint32_t Rgb565ResidualBound(const Rgb565Tile& tile);
 
-// Work done by one search, for measurements: whether the bound let it run,
-// and the groups it evaluated.
-struct Rgb565SearchCounters {
-  bool searched;
-  uint64_t groupsEvaluated;
-};
-
 // Looks for a plan whose fields take at most `budgetBits`. Returns false when
 // none exists (exactly: no plan of any escape set and any base values fits);
-// otherwise fills `plan` with one that fits. `counters` may be null.
-bool FindRgb565EscapePlan(const Rgb565Tile& tile, uint32_t budgetBits, Rgb565EscapePlan* plan,
-                          Rgb565SearchCounters* counters);
+// otherwise fills `plan` with one that fits. The search runs only when
+// Rgb565ResidualBound(tile) is within the budget.
+bool FindRgb565EscapePlan(const Rgb565Tile& tile, uint32_t budgetBits, Rgb565EscapePlan* plan);
 
 }  // namespace pelcast

@@ -258,7 +258,7 @@ bool PlanRgb565Escapes(const TileShape& s, const TileComponents& t, const LaneRe
   if (limit <= fixedBits) return false;
   const Rgb565Tile tile{t.plane, t.pitch, direct};
   Rgb565EscapePlan& e = scratch->escapes;
-  if (!FindRgb565EscapePlan(tile, static_cast<uint32_t>(limit - fixedBits), &e, nullptr)) {
+  if (!FindRgb565EscapePlan(tile, static_cast<uint32_t>(limit - fixedBits), &e)) {
     return false;
   }
   plan->bits = fixedBits + e.residualBits;
