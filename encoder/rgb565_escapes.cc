@@ -99,16 +99,24 @@ uint32_t OptionBits(uint32_t option, const uint32_t* fieldOr) {
 // residual is e0: non-zero exactly when e0 lies outside [-16, 15].
 int32_t Step0(int32_t e0) { return (Balanced(e0, kBits[0]) - e0) >> kBits[0]; }  // exact
 
-int32_t GradientResidual(const uint8_t* plane, size_t pitch, uint32_t at) {
-  const uint32_t i = at % kBlockWidth;
-  const uint32_t y = at / kBlockWidth;
-  const int32_t s = plane[y * pitch + i];
-  if (at == 0) return 0;  // the base is the first sample
+// A component's samples and gradient residuals, with its first sample as the
+// base on the imaginary line (so the first residual is 0).
+void ComponentTerms(const uint8_t* plane, size_t pitch, int32_t* x, int32_t* e) {
+  constexpr uint32_t kFramed = kBlockWidth + 1;
+  int32_t framed[kRows + 1][kFramed];
   const int32_t base = plane[0];
-  const int32_t a = i > 0 ? plane[y * pitch + i - 1] : base;
-  const int32_t b = y > 0 ? plane[(y - 1) * pitch + i] : base;
-  const int32_t c = (i > 0 && y > 0) ? plane[(y - 1) * pitch + i - 1] : base;
-  return s - (a + b - c);
+  for (int32_t& above : framed[0]) above = base;
+  for (uint32_t y = 0; y < kRows; ++y) {
+    framed[y + 1][0] = base;
+    for (uint32_t i = 0; i < kBlockWidth; ++i) framed[y + 1][i + 1] = plane[y * pitch + i];
+  }
+  for (uint32_t y = 0; y < kRows; ++y) {
+    for (uint32_t i = 0; i < kBlockWidth; ++i) {
+      x[y * kBlockWidth + i] = framed[y + 1][i + 1];
+      e[y * kBlockWidth + i] =
+          framed[y + 1][i + 1] - framed[y + 1][i] - framed[y][i + 1] + framed[y][i];
+    }
+  }
 }
 
 // The cheapest gate works on a whole pixel row (16 bytes) or on the four
@@ -269,20 +277,24 @@ struct TileTerms {
 };
 
 // The carry fields of a plan in the making, and the carries its bases start.
+// Pixel (x, y) at [y + 1][x + 1]; row 0 and column 0 are the imaginary line,
+// 0, so the prediction needs no test at the edges.
+constexpr uint32_t kFramedWidth = kBlockWidth + 1;
+typedef int32_t CarryField[kRows + 1][kFramedWidth];
+
 struct Carries {
-  int32_t k0[kPixels];
-  int32_t k1[kPixels];
+  CarryField k0;
+  CarryField k1;
   int32_t start0;
   int32_t start1;
 };
 
-int32_t PredictCarry(const int32_t* k, uint32_t at) {
-  const uint32_t i = at % kBlockWidth;
+int32_t& CarryAt(CarryField& k, uint32_t at) { return k[at / kBlockWidth + 1][at % kBlockWidth + 1]; }
+
+int32_t PredictCarry(const CarryField& k, uint32_t at) {
   const uint32_t y = at / kBlockWidth;
-  const int32_t a = i > 0 ? k[at - 1] : 0;
-  const int32_t b = y > 0 ? k[at - kBlockWidth] : 0;
-  const int32_t c = (i > 0 && y > 0) ? k[at - kBlockWidth - 1] : 0;
-  return a + b - c;
+  const uint32_t x = at % kBlockWidth;
+  return k[y + 1][x] + k[y][x + 1] - k[y][x];
 }
 
 // Offset of `value` from [0, limit): what a base within the range leaves
@@ -319,7 +331,7 @@ bool CodePixel(const TileTerms& t, uint32_t at, uint32_t option, Carries* k, Pix
     out->field[0] = ZigZag(d0);
   }
   const int32_t k0 = pred0 + dk0;
-  k->k0[at] = k0;
+  CarryAt(k->k0, at) = k0;
   int32_t dk1 = 0;
   if (option & kEscape1) {
     const int32_t k1 = RawCarry1(x1, k0);
@@ -336,7 +348,7 @@ bool CodePixel(const TileTerms& t, uint32_t at, uint32_t option, Carries* k, Pix
     dk1 = (d1 - t.e[1][at] + dk0) >> kBits[1];  // exact
     out->field[1] = ZigZag(d1);
   }
-  k->k1[at] = pred1 + dk1;
+  CarryAt(k->k1, at) = pred1 + dk1;
   // The third base gives pixel (0, 0) a zero field whatever its carry.
   out->field[2] = at == 0 ? 0 : ZigZag(Balanced(t.e[2][at] - dk1, kBits[2]));
   return true;
@@ -403,18 +415,20 @@ Range HullOf(const Range* ranges, uint32_t count) {
 void BoundFirstPixel(const TileTerms& t, PixelRanges* out) {
   *out = PixelRanges{};
   bool any[kOptions] = {};
+  Carries k{};  // pixel (0, 0) reads only the zero line
   for (uint32_t option = 0; option < kOptions; ++option) {
     for (int32_t start0 : kStarts) {
       for (int32_t start1 : kStarts) {
         if (((option & kEscape0) && start0 != 0) || ((option & kEscape1) && start1 != 0)) continue;
-        Carries k;
         k.start0 = start0;
         k.start1 = start1;
         PixelCoding p;
         if (!CodePixel(t, 0, option, &k, &p)) continue;
         const uint32_t v = (option & kEscape0) ? kRaw : kPredicted;
-        out->k0[v] = any[option] ? Hull(out->k0[v], Point(k.k0[0])) : Point(k.k0[0]);
-        out->k1[option] = any[option] ? Hull(out->k1[option], Point(k.k1[0])) : Point(k.k1[0]);
+        const Range k0 = Point(CarryAt(k.k0, 0));
+        const Range k1 = Point(CarryAt(k.k1, 0));
+        out->k0[v] = any[option] ? Hull(out->k0[v], k0) : k0;
+        out->k1[option] = any[option] ? Hull(out->k1[option], k1) : k1;
         any[option] = true;  // the plain start always codes
       }
     }
@@ -498,10 +512,7 @@ void BoundGroups(const TileTerms& t, uint32_t (*bound)[kOptions]) {
 void MakeTerms(const Rgb565Tile& tile, TileTerms* t) {
   t->direct = tile.direct;
   for (uint32_t c = 0; c < kRgb565Components; ++c) {
-    for (uint32_t at = 0; at < kPixels; ++at) {
-      t->x[c][at] = tile.planes[c][(at / kBlockWidth) * tile.pitch + at % kBlockWidth];
-      t->e[c][at] = GradientResidual(tile.planes[c], tile.pitch, at);
-    }
+    ComponentTerms(tile.planes[c], tile.pitch, t->x[c], t->e[c]);
   }
   for (uint32_t at = 0; at < kPixels; ++at) {
     t->step0[at] = Step0(t->e[0][at]);
@@ -591,8 +602,8 @@ ColumnEdge EdgeOf(const Carries& k, uint32_t column) {
   ColumnEdge edge;
   const uint32_t x = kGroupSize * column + kGroupSize - 1;
   for (uint32_t y = 0; y < kRows; ++y) {
-    edge.k[0][y] = k.k0[y * kBlockWidth + x];
-    edge.k[1][y] = k.k1[y * kBlockWidth + x];
+    edge.k[0][y] = k.k0[y + 1][x + 1];
+    edge.k[1][y] = k.k1[y + 1][x + 1];
   }
   return edge;
 }
@@ -674,8 +685,8 @@ void RecordPlan(const TileTerms& t, Search* s, Rgb565EscapePlan* plan) {
   }
   // Bases: what leaves pixel (0, 0) the residuals the carries were planned
   // with (any value for a raw group).
-  const int32_t k0 = k.k0[0];
-  const int32_t k1 = k.k1[0];
+  const int32_t k0 = CarryAt(k.k0, 0);
+  const int32_t k1 = CarryAt(k.k1, 0);
   plan->base[0] = static_cast<uint32_t>(std::clamp(t.x[0][0] + kRadix0 * k0, 0, kRadix0 - 1));
   plan->base[1] =
       static_cast<uint32_t>(std::clamp(t.x[1][0] - k0 + kRadix1 * k1, 0, kRadix1 - 1));
@@ -690,7 +701,7 @@ void PrepareSearch(const TileTerms& terms, uint32_t budget, Search* s) {
     s->rest[position] = s->rest[position + 1] + terms.least[ColumnOrderGroup(position)];
   }
   for (EdgeMemo& m : s->memo) m.count = 0;
-  s->carries.start0 = s->carries.start1 = 0;
+  s->carries = Carries{};  // the zero line around the tile
 }
 
 }  // namespace
