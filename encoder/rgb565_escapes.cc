@@ -66,7 +66,8 @@ constexpr uint32_t kRows = kBlockHeight;
 constexpr uint32_t kGroupColumns = kGroupsPerRow;
 constexpr uint32_t kBits[kRgb565Components] = {5, 6, 5};
 constexpr uint32_t kEscapeCode[kRgb565Components] = {5, 6, 5};
-constexpr uint32_t kEscapedBits[kRgb565EscapedComponents] = {kGroupSize * 5, kGroupSize * 6};
+constexpr uint32_t kEscapedBits[kRgb565EscapedComponents] = {kGroupSize * kBits[0],
+                                                             kGroupSize * kBits[1]};
 constexpr int32_t kRadix0 = 32;
 constexpr int32_t kRadix1 = 64;
 constexpr uint32_t kNoPlan = 1u << 20;  // above any budget, safe to add a few of
@@ -219,7 +220,7 @@ uint32_t QuickLaneBound(const Rgb565Tile& tile) {
   return LeastOfOptions(tile.direct, BitWidths(GroupOrder(rows)));
 }
 
-// The cheapest gate: per group the least of the bounds the lanes without
+// The lane gate: per group the least of the bounds the lanes without
 // escapes and the component-0 steps give, summed. With component 0 raw,
 // pixels 1 to 3 of a group have dk0 = -h, h the sum of the fixed steps of
 // some of the rows above in the pixel column, against the pixel's own fixed
