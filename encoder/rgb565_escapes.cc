@@ -42,16 +42,17 @@
 //   row above, and down a pixel column h grows by the fixed steps of
 //   predicted rows and returns to 0 on escaped ones;
 // * both: 44, plus component 2 as above.
-// The first gate (LaneBound) takes component 2 as free under a raw component
-// 1 and bounds how far the steps above can move dk0. The second runs ranges
-// of the carries k and of their horizontal steps h over every plan through
-// the tile, pixel by pixel, separately for each option of the pixel's group
-// (the pixels of a group share its option): a raw sample has k0 = 0, a
-// predicted one k0[left] + h0[above] + its fixed step; k1 of a raw
-// component-1 sample is -floor((X1 - k0) / 64), and dk1 of a predicted one
-// never decreases as dk0 grows, so ranges map to ranges. Each pixel's least
-// fields follow from the ranges of dk0 and dk1 it allows. The search prunes
-// with the second gate's bounds.
+// The first gates (QuickLaneBound, then LaneBounds) take component 2 as
+// free under a raw component 1 and bound how far the steps above can move
+// dk0. The last runs ranges of the carries k and of their horizontal steps h
+// over every plan through the tile, pixel by pixel, separately for each
+// option of the pixel's group (the pixels of a group share its option): a
+// raw sample has k0 = 0, a predicted one k0[left] + h0[above] + its fixed
+// step; k1 of a raw component-1 sample is -floor((X1 - k0) / 64), and dk1
+// of a predicted one never decreases as dk0 grows, so ranges map to ranges.
+// Each pixel's least fields follow from the ranges of dk0 and dk1 it allows,
+// and a group's least is the larger of its two bounds. The search prunes
+// with these.
 #include "encoder/rgb565_escapes.h"
 
 #include <algorithm>
@@ -191,16 +192,16 @@ RowBytes GroupOrder(const RowGroups* rows) {
                     column3 << (3 * kByteBits));
 }
 
-// The least of the options' bounds per group, summed, from the widths of
-// components 1 and 2 with component 0 raw (group order, added) and the lanes'
-// own widths.
-uint32_t LeastOfOptions(const LaneResidues* d, RowBytes escaped0Widths) {
+// The least of the options' bounds per group (group order), from the widths
+// of components 1 and 2 with component 0 raw (added) and the lanes' own
+// widths.
+RowBytes LeastOfOptions(const LaneResidues* d, RowBytes escaped0Widths) {
   const RowBytes w0 = LoadRow(d[0].width);
   const RowBytes all = (w0 + LoadRow(d[1].width) + LoadRow(d[2].width)) << 2;
   const RowBytes escape0 = kEscapedBits[0] + (escaped0Widths << 2);
   const RowBytes escape1 = (w0 << 2) + kEscapedBits[1];
   const RowBytes both = RowBytes{} + (kEscapedBits[0] + kEscapedBits[1]);
-  return SumBytes(Least(Least(all, escape0), Least(escape1, both)));
+  return Least(Least(all, escape0), Least(escape1, both));
 }
 
 constexpr uint8_t kAll = 0xff;
@@ -209,7 +210,7 @@ constexpr RowBytes kNotFirstOfGroup = {0, kAll, kAll, kAll, 0, kAll, kAll, kAll,
 
 // The cheapest of all: with component 1 raw component 2 counts as free, and
 // with component 0 raw only component 2 counts, moved by at most the largest
-// drift (3, see LaneBound) on pixels 1 to 3.
+// drift (3, see LaneBounds) on pixels 1 to 3.
 uint32_t QuickLaneBound(const Rgb565Tile& tile) {
   const RowBytes drift = RowBytes{} + 3;
   RowGroups rows[kRows];
@@ -217,7 +218,7 @@ uint32_t QuickLaneBound(const Rgb565Tile& tile) {
     const RowBytes zig = LoadRow(tile.direct[2].zig + y * kBlockWidth);
     rows[y] = GroupOrs((zig - drift) & (RowBytes)(zig > drift) & kNotFirstOfGroup);
   }
-  return LeastOfOptions(tile.direct, BitWidths(GroupOrder(rows)));
+  return SumBytes(LeastOfOptions(tile.direct, BitWidths(GroupOrder(rows))));
 }
 
 // The lane gate: per group the least of the bounds the lanes without
@@ -229,7 +230,7 @@ uint32_t QuickLaneBound(const Rgb565Tile& tile) {
 // (cyclically) and, 2n being below 64, dk1 and so d2 by at most 1 (neither
 // when n is 0). A zig-zag field of |d| is 2|d| or 2|d| - 1, so fields drop by
 // at most 4n + 1 and 3.
-uint32_t LaneBound(const Rgb565Tile& tile) {
+RowBytes LaneBounds(const Rgb565Tile& tile) {
   // Component 0 framed by its base (the first sample) on the imaginary line.
   constexpr uint32_t kFramed = kBlockWidth + 1;
   const uint8_t base = tile.planes[0][0];
@@ -264,6 +265,7 @@ uint32_t LaneBound(const Rgb565Tile& tile) {
   }
   return LeastOfOptions(d, BitWidths(GroupOrder(rows1)) + BitWidths(GroupOrder(rows2)));
 }
+
 
 // What the input fixes, worked out once per tile, and the bounds of every
 // group and option for each pair of carries at pixel (0, 0).
@@ -485,32 +487,50 @@ void BoundPixel(const TileTerms& t, uint32_t at, const PixelRanges* left, const 
   }
 }
 
-// Bounds of every group and option over every plan.
-void BoundGroups(const TileTerms& t, uint32_t (*bound)[kOptions]) {
-  PixelRanges ranges[kPixels];
-  BoundFirstPixel(t, &ranges[0]);
-  for (uint32_t at = 1; at < kPixels; ++at) {
-    const PixelRanges* left = at % kBlockWidth != 0 ? &ranges[at - 1] : nullptr;
-    const PixelRanges* above = at >= kBlockWidth ? &ranges[at - kBlockWidth] : nullptr;
-    BoundPixel(t, at, left, above, &ranges[at]);
+// The bounds of group g's options from its pixels' least fields.
+void BoundGroup(const TileTerms& t, const PixelRanges* ranges, uint32_t g, uint32_t* bound) {
+  uint32_t escaped0Or1 = 0;
+  uint32_t field2Or[kOptions] = {};
+  for (uint32_t at = FirstPixel(g); at < FirstPixel(g) + kGroupSize; ++at) {
+    escaped0Or1 |= ranges[at].escaped0Field1;
+    for (uint32_t o = 1; o < kOptions; ++o) field2Or[o] |= ranges[at].field2[o];
   }
   const LaneResidues* d = t.direct;
-  for (uint32_t g = 0; g < kGroupsPerBlock; ++g) {
-    uint32_t escaped0Or1 = 0;
-    uint32_t field2Or[kOptions] = {};
-    for (uint32_t at = FirstPixel(g); at < FirstPixel(g) + kGroupSize; ++at) {
-      escaped0Or1 |= ranges[at].escaped0Field1;
-      for (uint32_t o = 1; o < kOptions; ++o) field2Or[o] |= ranges[at].field2[o];
-    }
-    const uint32_t width0 = kGroupSize * d[0].width[g];
-    bound[g][0] = width0 + kGroupSize * (d[1].width[g] + d[2].width[g]);
-    bound[g][kEscape0] = kEscapedBits[0] + GroupBits(escaped0Or1) + GroupBits(field2Or[kEscape0]);
-    bound[g][kEscape1] = width0 + kEscapedBits[1] + GroupBits(field2Or[kEscape1]);
-    bound[g][kEscapeBoth] = kEscapedBits[0] + kEscapedBits[1] + GroupBits(field2Or[kEscapeBoth]);
-  }
+  const uint32_t width0 = kGroupSize * d[0].width[g];
+  bound[0] = width0 + kGroupSize * (d[1].width[g] + d[2].width[g]);
+  bound[kEscape0] = kEscapedBits[0] + GroupBits(escaped0Or1) + GroupBits(field2Or[kEscape0]);
+  bound[kEscape1] = width0 + kEscapedBits[1] + GroupBits(field2Or[kEscape1]);
+  bound[kEscapeBoth] = kEscapedBits[0] + kEscapedBits[1] + GroupBits(field2Or[kEscapeBoth]);
 }
 
-void MakeTerms(const Rgb565Tile& tile, TileTerms* t) {
+// Bounds of every group and option over every plan, row by row; the least of
+// each group is also never below its lane bound `lane[g]`. False as soon as
+// the rows done and the lane bounds of the rows left exceed `budget`.
+bool BoundGroups(TileTerms* t, RowBytes lane, uint32_t budget) {
+  PixelRanges ranges[kPixels];
+  BoundFirstPixel(*t, &ranges[0]);
+  uint32_t laneLeft = SumBytes(lane);
+  uint32_t done = 0;
+  for (uint32_t y = 0; y < kRows; ++y) {
+    for (uint32_t at = std::max(y * kBlockWidth, 1u); at < (y + 1) * kBlockWidth; ++at) {
+      const PixelRanges* left = at % kBlockWidth != 0 ? &ranges[at - 1] : nullptr;
+      const PixelRanges* above = at >= kBlockWidth ? &ranges[at - kBlockWidth] : nullptr;
+      BoundPixel(*t, at, left, above, &ranges[at]);
+    }
+    for (uint32_t g = y * kGroupColumns; g < (y + 1) * kGroupColumns; ++g) {
+      BoundGroup(*t, ranges, g, t->bound[g]);
+      const uint32_t least = *std::min_element(t->bound[g], t->bound[g] + kOptions);
+      t->least[g] = std::max<uint32_t>(least, lane[g]);
+      done += t->least[g];
+      laneLeft -= lane[g];
+    }
+    if (done + laneLeft > budget) return false;
+  }
+  return true;
+}
+
+// The terms of a tile and its bounds, unless they exceed `budget`.
+bool MakeTerms(const Rgb565Tile& tile, RowBytes lane, uint32_t budget, TileTerms* t) {
   t->direct = tile.direct;
   for (uint32_t c = 0; c < kRgb565Components; ++c) {
     ComponentTerms(tile.planes[c], tile.pitch, t->x[c], t->e[c]);
@@ -519,10 +539,7 @@ void MakeTerms(const Rgb565Tile& tile, TileTerms* t) {
     t->step0[at] = Step0(t->e[0][at]);
     t->field0[at] = ZigZag(Balanced(t->e[0][at], kBits[0]));
   }
-  BoundGroups(*t, t->bound);
-  for (uint32_t g = 0; g < kGroupsPerBlock; ++g) {
-    t->least[g] = *std::min_element(t->bound[g], t->bound[g] + kOptions);
-  }
+  return BoundGroups(t, lane, budget);
 }
 
 uint32_t BoundSum(const TileTerms& t) {
@@ -709,16 +726,17 @@ void PrepareSearch(const TileTerms& terms, uint32_t budget, Search* s) {
 
 uint32_t Rgb565ResidualBound(const Rgb565Tile& tile) {
   TileTerms terms;
-  MakeTerms(tile, &terms);
-  return std::max(LaneBound(tile), BoundSum(terms));
+  MakeTerms(tile, LaneBounds(tile), kNoPlan, &terms);
+  return BoundSum(terms);
 }
 
 bool FindRgb565EscapePlan(const Rgb565Tile& tile, uint32_t budgetBits, Rgb565EscapePlan* plan) {
-  // The cheap gates first; QuickLaneBound never exceeds LaneBound.
-  if (QuickLaneBound(tile) > budgetBits || LaneBound(tile) > budgetBits) return false;
+  // The cheap gates first; QuickLaneBound never exceeds the lane bounds' sum.
+  if (QuickLaneBound(tile) > budgetBits) return false;
+  const RowBytes lane = LaneBounds(tile);
+  if (SumBytes(lane) > budgetBits) return false;
   TileTerms terms;
-  MakeTerms(tile, &terms);
-  if (BoundSum(terms) > budgetBits) return false;
+  if (!MakeTerms(tile, lane, budgetBits, &terms)) return false;
   Search s;
   PrepareSearch(terms, budgetBits, &s);
   if (!Descend(&s, 0, 0)) return false;
