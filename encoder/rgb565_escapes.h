@@ -1,7 +1,7 @@
 // RGB565 tiles without the colour transform: plans that escape groups of
 // components 0 and 1 (raw samples), for tiles whose best plan without such
 // escapes misses a unit boundary. See rgb565_escapes.cc for why the search
-// is exact and why its gate is a valid bound.
+// is exact and why its gates are valid bounds.
 #pragma once
 
 #include <cstddef>
