@@ -469,7 +469,16 @@ uint64_t EncodeTileStream(const TileShape& shape, const LaneKernels& kernels,
   const uint64_t units = (plan.bits + unitBits - 1) >> shape.unitShift;
   const uint64_t unitBytes = (units << shape.unitShift) / kByteBits;
   if ((units << shape.unitShift) >= shape.rawTileBits || unitBytes > capacity) return 0;
-  std::memset(output, 0, unitBytes);
+  // The stream's stores rewrite every byte from the first up to its end, so
+  // only the rest of its last unit needs clearing first: one fixed-size
+  // store run for the configured 64-byte units.
+  constexpr uint64_t kUnitBytes = 64;
+  const uint64_t lastUnitBytes = unitBits / kByteBits;
+  if (lastUnitBytes == kUnitBytes) {
+    std::memset(output + unitBytes - kUnitBytes, 0, kUnitBytes);
+  } else {
+    std::memset(output + unitBytes - lastUnitBytes, 0, lastUnitBytes);
+  }
   WritePlan(shape, kernels, plan, output, capacity);
   return units;
 }

@@ -1,7 +1,8 @@
 // The frame encoders: tiles land where the frame decoders look for them
 // (round trips of whole frames of many sizes and of corpus content, through
 // every tile kernel), the half-slot placement, the uncompressed addressing
-// mode and the gather of edge tiles.
+// mode, the gather of edge tiles, and stored bytes equal to tiles encoded
+// alone.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -9,7 +10,9 @@
 #include <string>
 #include <vector>
 
+#include "encoder/tile_encoder.h"
 #include "tests/bit_writer.h"
+#include "tests/brute_force_tiles.h"
 #include "tests/codec_test_support.h"
 #include "tests/test_support.h"
 
@@ -179,6 +182,44 @@ TEST(FrameEncoder, ShortTilesInTheMiddleSlotsOfFourStartHalfway) {
       }
     }
   }
+}
+
+TEST(FrameEncoder, StoredTilesEqualTilesEncodedAloneIntoClearedBuffers) {
+  // Tiles of every length one after another: whatever the frame encoder's
+  // reused tile buffer held from an earlier, longer tile must not reach the
+  // stored units of a later one.
+  FlatFrame f(0, 0);
+  // Noise of a different amplitude in every tile (a 0- to 6-bit random part
+  // over a ramp) gives streams of one, two and three units and raw tiles.
+  const Bytes noise = RandomBytes(f.linear.size(), 5);
+  for (size_t i = 0; i < f.linear.size(); ++i) {
+    const size_t pixel = i / 4, tile = 4 * (pixel / 64 / 4) + pixel % 64 / 16;
+    const int bits = static_cast<int>((tile * 3) % 7);
+    f.linear[i] = static_cast<uint8_t>(pixel + (noise[i] & ((1 << bits) - 1)));
+  }
+  EncodeZpakFrame(MakeContext(kContextRgba8888).get(), &f.config);
+  ContextPtr alone = MakeContext(kContextRgba8888);
+  bool seen[5] = {};
+  for (int r = 0; r < 4; ++r) {
+    for (int c = 0; c < 4; ++c) {
+      std::vector<uint8_t> raster;
+      for (int y = 0; y < 4; ++y) {
+        const auto row = f.linear.begin() + ((4 * r + y) * 64 + 16 * c) * 4;
+        raster.insert(raster.end(), row, row + 64);
+      }
+      const std::vector<uint8_t> ordered = ToMicroBlocks(brute::Plane::kRgba8888, raster);
+      uint8_t out[512];
+      uint64_t units = 0;
+      EncodeZpakTile(alone.get(), ordered.data(), out, &units);
+      seen[units] = true;
+      const size_t at = 4096 + 256 * kSlotOrder[4 * r + c];
+      EXPECT_EQ(f.compressed[8 * r + c], 4 * units + 15) << "tile " << r << "," << c;
+      EXPECT_EQ(Bytes(f.compressed.begin() + at, f.compressed.begin() + at + 64 * units),
+                Bytes(out, out + 64 * units))
+          << "tile " << r << "," << c;
+    }
+  }
+  EXPECT_TRUE(seen[1] && seen[2] && seen[3] && seen[4]);
 }
 
 TEST(FrameEncoder, AlternativeAddressingStoresReorderedTilesWithoutMetadata) {
