@@ -8,6 +8,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include <sys/stat.h>
+
 #include "cli/commands.h"
 #include "cli/file_io.h"
 #include "decoder/frame_decoder.h"
@@ -50,6 +52,9 @@ struct DecodeSession {
   uint8_t* frameBuffer;
   uint8_t* outputBuffer;
   PlaneGeometry geometry;
+  bool pieceByPiece;  // frames may be read piece by piece (see ReadNextFrame)
+  bool pieceFrame;    // the current frame is being read piece by piece
+  long frameStart;    // where the current frame starts in the input
 };
 
 bool OpenFiles(const DecodeCommand& command, DecodeSession* s) {
@@ -219,12 +224,34 @@ bool WriteBandRows(FILE* output, const uint8_t* band, const BandPlane& p, uint64
   return whole;
 }
 
+// Reads the data bytes a band's tiles are fetched from into the frame buffer
+// right after the metadata plane, and decodes the band from there. A read
+// that comes up short (the file shrank under the command) leaves the rest
+// reading as zeros.
+void DecodeBandPieceByPiece(DecodeSession* s, const TileRowBand& band) {
+  const uint64_t metaBytes = s->geometry.yMetaBufSize;
+  BandWindow window{};
+  if (!ZpakRgbaBandWindow(s->context, *s->config, band, metaBytes, &window)) return;
+  uint8_t* bytes = s->frameBuffer + metaBytes;
+  uint64_t got = 0;
+  if (window.dataEnd > window.dataFirst &&
+      std::fseek(s->input, s->frameStart + static_cast<long>(metaBytes + window.dataFirst),
+                 SEEK_SET) == 0) {
+    got = std::fread(bytes, 1, window.dataEnd - window.dataFirst, s->input);
+  }
+  window.dataEnd = window.dataFirst + got;
+  window.data = bytes;
+  DecodeZpakFrameBandFromWindow(s->context, s->config, band, window);
+}
+
 // Decodes and writes one plane band by band; false when a write falls short.
 bool WritePlaneInBands(const DecodeCommand& command, DecodeSession* s, const BandPlane& p) {
   const uint64_t step = BandTileRows(p);
   for (uint64_t tr = 0; tr < p.tileRows; tr += step) {
     const TileRowBand band{p.plane, tr, std::min(step, p.tileRows - tr)};
-    if (command.planeFormat == PlaneFormat::kRgb565) {
+    if (s->pieceFrame) {
+      DecodeBandPieceByPiece(s, band);
+    } else if (command.planeFormat == PlaneFormat::kRgb565) {
       DecodeZpakFrameRgb565Band(s->context, s->config, band);
     } else {
       DecodeZpakFrameBand(s->context, s->config, band);
@@ -303,6 +330,59 @@ bool DecodeAndWriteFrame(const DecodeCommand& command, DecodeSession* s) {
   return true;
 }
 
+// G reads its frames piece by piece from a regular file: the metadata plane,
+// then for each band just the data bytes its tiles are fetched from, always
+// into the same small part of the frame buffer. The frame buffer's pages are
+// then not all touched (the kernel clears every fresh page before a read can
+// fill it), and each band's bytes are decoded while they are still in cache.
+// Only frames that lie whole in the file are read so; the rest take the
+// whole-frame read, whose failure ends the loop as before.
+bool CanReadPieceByPiece(const DecodeCommand& command, DecodeSession* s) {
+  if (command.planeFormat != PlaneFormat::kRgba8888 || s->geometry.frameSize == 0) return false;
+  struct stat info {};
+  if (fstat(fileno(s->input), &info) != 0 || !S_ISREG(info.st_mode)) return false;
+  FillDecodeConfig(s->config, command.planeFormat, s->geometry, s->width, s->height,
+                   s->frameBuffer, s->outputBuffer);
+  BandPlane planes[2]{};
+  if (BandPlanes(command, *s, planes) != 1) return false;
+  const uint64_t step = BandTileRows(planes[0]);
+  for (uint64_t tr = 0; tr < planes[0].tileRows; tr += step) {
+    const TileRowBand band{planes[0].plane, tr, std::min(step, planes[0].tileRows - tr)};
+    BandWindow window{};
+    if (!ZpakRgbaBandWindow(s->context, *s->config, band, s->geometry.yMetaBufSize, &window)) {
+      return false;
+    }
+  }
+  return true;
+}
+
+// Whether the input holds a whole frame from where it stands.
+bool WholeFrameAhead(const DecodeSession& s, long at) {
+  struct stat info {};
+  if (at < 0 || fstat(fileno(s.input), &info) != 0) return false;
+  return info.st_size >= at && static_cast<uint64_t>(info.st_size - at) >= s.geometry.frameSize;
+}
+
+// Reads the next frame, whole or (G on a regular file) its metadata plane
+// only; false when no whole frame is left.
+bool ReadNextFrame(DecodeSession* s) {
+  const uint32_t frameSize = s->geometry.frameSize;
+  s->pieceFrame = false;
+  if (s->pieceByPiece) {
+    const long at = std::ftell(s->input);
+    if (WholeFrameAhead(*s, at)) {
+      const uint32_t metaBytes = s->geometry.yMetaBufSize;
+      if (metaBytes == 0 || std::fread(s->frameBuffer, metaBytes, 1, s->input) == 1) {
+        s->frameStart = at;
+        s->pieceFrame = true;
+        return true;
+      }
+      std::fseek(s->input, at, SEEK_SET);
+    }
+  }
+  return std::fread(s->frameBuffer, frameSize, 1, s->input) == 1;
+}
+
 // The frame loop. Buffers are not cleared between frames: a frame is decoded
 // only after a complete read has replaced every byte of the frame buffer, and
 // the decoders rewrite every output byte that is written out (and, for B,
@@ -311,7 +391,7 @@ bool DecodeAndWriteFrame(const DecodeCommand& command, DecodeSession* s) {
 bool DecodeFrames(const DecodeCommand& command, DecodeSession* s) {
   const uint32_t frameSize = s->geometry.frameSize;
   uint32_t frame = 0;
-  while (std::fread(s->frameBuffer, frameSize, 1, s->input) == 1) {
+  while (ReadNextFrame(s)) {
     std::printf("Input Frame Read completed=%u\n", frame);
     FillDecodeConfig(s->config, command.planeFormat, s->geometry, s->width, s->height,
                      s->frameBuffer, s->outputBuffer);
@@ -319,6 +399,7 @@ bool DecodeFrames(const DecodeCommand& command, DecodeSession* s) {
       std::printf("ERROR: Failed to write to file %s", s->outputPath);
       return false;
     }
+    if (s->pieceFrame) std::fseek(s->input, s->frameStart + static_cast<long>(frameSize), SEEK_SET);
     std::fflush(s->output);
     ++frame;
   }
@@ -351,6 +432,7 @@ bool Convert(const DecodeCommand& command, DecodeSession* s) {
                 static_cast<void*>(s->frameBuffer), static_cast<void*>(s->outputBuffer));
     return false;
   }
+  s->pieceByPiece = CanReadPieceByPiece(command, s);
   return DecodeFrames(command, s);
 }
 

@@ -73,15 +73,20 @@ void FetchAndExpandTile(ZpakContext* context, const ZpakConfig& config, const Pl
 // times the tile count (the stride in every real surface). Only the tile rows
 // of `band` are decoded; the output holds just their rows.
 uint64_t DecodeRgba8888Frame(ZpakContext* context, const ZpakConfig& config, TileKernel kernel,
-                             const TileRowBand& band) {
+                             const TileRowBand& band, const BandWindow* window) {
   const uint64_t tilesPerRow = CeilDiv(config.width, kRgbaWalk.tileWidth);
   const uint64_t tileRows = CeilDiv(config.height, kRgbaWalk.tileHeight);
   const uint64_t pitch = std::max<uint64_t>(config.stride, 4 * tilesPerRow);
   const BandRows rows = ClampBand(band, tileRows);
   if (rows.first >= rows.end) return pitch;
   PrepareTables(context, config, PlaneFormat::kRgba8888);
-  const PlaneSource data = MakePlaneSource(config.yDataPlane, config.compressedEnd);
-  const PlaneSource meta = MakePlaneSource(config.yMetaPlane, config.compressedEnd);
+  PlaneSource data = MakePlaneSource(config.yDataPlane, config.compressedEnd);
+  PlaneSource meta = MakePlaneSource(config.yMetaPlane, config.compressedEnd);
+  if (window != nullptr) {
+    data = PlaneSource{window->data, data.available, window->dataFirst,
+                       window->dataEnd - window->dataFirst};
+    meta.loaded = std::min(meta.loaded, window->metaBytes);
+  }
   const uint64_t origin = kRgbaWalk.tileHeight * rows.first;  // first linear row of the output
   TileKind kind;
   if (UsesTileKernel(*context, config, kernel, &kind) && kind == TileKind::kRgba8888) {
@@ -265,7 +270,8 @@ uint64_t DecodeZpakFrameBandWithKernel(ZpakContext* context, const ZpakConfig* c
   if (config->surfaceFormat == kSurfaceRgba8888) {
     if (band.plane == kChromaPlane) return config->stride;  // no such plane
     const TileRowBand whole{kLumaPlane, 0, UINT64_MAX};
-    return DecodeRgba8888Frame(context, *config, kernel, band.plane == kWholeFrame ? whole : band);
+    return DecodeRgba8888Frame(context, *config, kernel, band.plane == kWholeFrame ? whole : band,
+                               nullptr);
   }
   if (config->surfaceFormat == kSurfaceNv12) return DecodeNv12Frame(context, *config, kernel, band);
   return config->stride;
@@ -283,6 +289,45 @@ uint64_t DecodeZpakFrame(ZpakContext* context, const ZpakConfig* config) {
 uint64_t DecodeZpakFrameBand(ZpakContext* context, const ZpakConfig* config,
                              const TileRowBand& band) {
   return DecodeZpakFrameBandWithKernel(context, config, band, BestTileKernel());
+}
+
+bool ZpakRgbaBandWindow(ZpakContext* context, const ZpakConfig& config, const TileRowBand& band,
+                        uint64_t metaBytes, BandWindow* window) {
+  if (context == nullptr || config.surfaceFormat != kSurfaceRgba8888 || band.plane != kLumaPlane) {
+    return false;
+  }
+  const uint64_t tilesPerRow = CeilDiv(config.width, kRgbaWalk.tileWidth);
+  const BandRows rows = ClampBand(band, CeilDiv(config.height, kRgbaWalk.tileHeight));
+  if (rows.first >= rows.end || tilesPerRow == 0) return false;
+  PrepareTables(context, config, PlaneFormat::kRgba8888);
+  // A short tile may sit in the upper half of its slot.
+  const uint64_t reach = kSlotBytes + (config.addressingMode == 1 ? kHalfSlotBytes : 0);
+  uint64_t first = UINT64_MAX;
+  uint64_t end = 0;
+  for (uint64_t tr = rows.first; tr < rows.end; ++tr) {
+    const TileRowAddresses row = RowAddresses(context->addressTables, tr);
+    for (uint64_t tc = 0; tc < tilesPerRow; ++tc) {
+      if (MetaOffsetAt(row, tc) >= metaBytes) return false;
+      const uint64_t slot = SlotAt(row, tc);
+      if (slot > (UINT64_MAX - reach) / kSlotBytes) return false;
+      first = std::min(first, slot * kSlotBytes);
+      end = std::max(end, slot * kSlotBytes + reach);
+    }
+  }
+  const PlaneSource data = MakePlaneSource(config.yDataPlane, config.compressedEnd);
+  window->dataFirst = std::min(first, data.available);
+  window->dataEnd = std::min(end, data.available);
+  window->metaBytes = metaBytes;
+  window->data = nullptr;
+  return true;
+}
+
+uint64_t DecodeZpakFrameBandFromWindow(ZpakContext* context, const ZpakConfig* config,
+                                       const TileRowBand& band, const BandWindow& window) {
+  if (context == nullptr || config == nullptr || config->enable == 0) return 0;
+  if (config->bypass != 0) return config->stride;
+  if (config->surfaceFormat != kSurfaceRgba8888 || band.plane != kLumaPlane) return config->stride;
+  return DecodeRgba8888Frame(context, *config, BestTileKernel(), band, &window);
 }
 
 uint64_t ZpakPlaneTileRows(const ZpakConfig& config, uint64_t plane) {

@@ -14,43 +14,69 @@
 
 namespace pelcast {
 
-// A plane of the compressed frame: its first byte and how many bytes from
-// there lie inside the frame buffer.
+// A plane of the compressed frame: how many bytes from its first one lie
+// inside the frame buffer, and where its bytes are. A command that loads the
+// frame piece by piece holds only the plane's bytes [origin, origin +
+// loaded), at `base`; a whole frame has them all (origin 0, loaded =
+// available). Fetches read zero at and past the end of the frame, and
+// outside the loaded bytes, which a piece-by-piece load never lets a tile
+// ask for.
 struct PlaneSource {
   const uint8_t* base;
   uint64_t available;
+  uint64_t origin;
+  uint64_t loaded;
 };
+
+inline constexpr PlaneSource kEmptyPlane{nullptr, 0, 0, 0};
 
 // `plane` bounded by the descriptor's compressedEnd; without an end the
 // caller vouches for every byte the tiles address.
 inline PlaneSource MakePlaneSource(const uint8_t* plane, const uint8_t* end) {
-  if (plane == nullptr) return PlaneSource{nullptr, 0};
-  if (end == nullptr) return PlaneSource{plane, std::numeric_limits<uint64_t>::max()};
+  if (plane == nullptr) return kEmptyPlane;
+  constexpr uint64_t kUnbounded = std::numeric_limits<uint64_t>::max();
+  if (end == nullptr) return PlaneSource{plane, kUnbounded, 0, kUnbounded};
   const auto first = reinterpret_cast<uintptr_t>(plane);
   const auto last = reinterpret_cast<uintptr_t>(end);
-  return PlaneSource{plane, first < last ? last - first : 0};
+  const uint64_t available = first < last ? last - first : 0;
+  return PlaneSource{plane, available, 0, available};
 }
 
-// The plane that starts `offset` bytes into `source` (empty when that lies
-// past the end).
+// The plane that starts `offset` bytes into the whole-frame `source` (empty
+// when that lies past the end).
 inline PlaneSource OffsetPlaneSource(const PlaneSource& source, uint64_t offset) {
-  if (offset >= source.available) return PlaneSource{nullptr, 0};
-  return PlaneSource{source.base + offset, source.available - offset};
+  if (offset >= source.available || offset >= source.loaded || source.origin != 0) {
+    return kEmptyPlane;
+  }
+  return PlaneSource{source.base + offset, source.available - offset, 0,
+                     source.loaded - offset};
+}
+
+// Bytes from `offset` on that can be copied from `source`: inside the frame
+// and loaded, at most `count`. `*from` gets their address.
+inline uint64_t BytesAt(const PlaneSource& source, uint64_t offset, uint64_t count,
+                        const uint8_t** from) {
+  if (offset >= source.available || offset < source.origin) return 0;
+  const uint64_t at = offset - source.origin;
+  if (at >= source.loaded) return 0;
+  *from = source.base + at;
+  return std::min(count, std::min(source.available - offset, source.loaded - at));
 }
 
 // Copies `count` bytes from `offset` into `destination`; bytes at and past
 // the end of the frame buffer read as zero.
 inline void FetchPlaneBytes(const PlaneSource& source, uint64_t offset, uint64_t count,
                             uint8_t* destination) {
-  uint64_t inside = 0;
-  if (offset < source.available) inside = std::min(count, source.available - offset);
-  if (inside != 0) std::memcpy(destination, source.base + offset, inside);
+  const uint8_t* from = nullptr;
+  const uint64_t inside = BytesAt(source, offset, count, &from);
+  if (inside != 0) std::memcpy(destination, from, inside);
   if (inside < count) std::memset(destination + inside, 0, count - inside);
 }
 
 // One metadata byte; 0 past the end of the frame buffer.
 inline uint32_t FetchMetadataByte(const PlaneSource& source, uint64_t offset) {
-  return offset < source.available ? source.base[offset] : 0;
+  const uint8_t* from = nullptr;
+  return BytesAt(source, offset, 1, &from) != 0 ? *from : 0;
 }
 
 // Short tiles (at most two 64-byte units) in slots 1 and 2 of every group of
@@ -94,8 +120,9 @@ struct PaddedTile {
 // when they all lie inside the frame buffer, zeros past its end otherwise.
 template <uint64_t kCount>
 inline void FetchStoredBytes(const PlaneSource& source, uint64_t offset, uint8_t* destination) {
-  if (offset < source.available && source.available - offset >= kCount) {
-    std::memcpy(destination, source.base + offset, kCount);
+  const uint8_t* from = nullptr;
+  if (BytesAt(source, offset, kCount, &from) == kCount) {
+    std::memcpy(destination, from, kCount);
   } else {
     FetchPlaneBytes(source, offset, kCount, destination);
   }

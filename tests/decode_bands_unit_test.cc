@@ -109,6 +109,40 @@ TEST(DecodeBands, EveryBandSplitGivesTheWholeFrameRows) {
   }
 }
 
+TEST(DecodeBands, RgbaBandsDecodeFromJustTheBytesTheirWindowNames) {
+  for (const FrameCase& f : kFrames) {
+    if (f.format != PlaneFormat::kRgba8888) continue;
+    const PlaneGeometry g = ComputePlaneGeometry(f.format, f.width, f.height);
+    Bytes frame = RandomFrame(g, 99u + static_cast<uint32_t>(f.width));
+    const Bytes whole = DecodeWhole(f, g, frame);
+    ContextPtr context = MakeContext(kContextRgba8888);
+    Bytes band(g.outputSize, 0xA5);
+    ZpakConfig config{};
+    FillDecodeConfig(&config, f.format, g, f.width, f.height, frame.data(), band.data());
+    const uint64_t tileRows = ZpakPlaneTileRows(config, kLumaPlane);
+    // The data plane the descriptor points at is spoiled, so that a fetch
+    // from it instead of the window would show.
+    const Bytes pristine = frame;
+    std::fill(frame.begin() + g.yMetaBufSize, frame.end(), 0x5A);
+    for (uint64_t tr = 0; tr < tileRows; tr += 3) {
+      const TileRowBand b{kLumaPlane, tr, 3};
+      BandWindow window{};
+      ASSERT_TRUE(ZpakRgbaBandWindow(context.get(), config, b, g.yMetaBufSize, &window));
+      // Exactly the named bytes, in a buffer of their own: a fetch outside
+      // them would be caught by the address sanitizer.
+      const Bytes named(pristine.begin() + g.yMetaBufSize + window.dataFirst,
+                        pristine.begin() + g.yMetaBufSize + window.dataEnd);
+      window.data = named.data();
+      DecodeZpakFrameBandFromWindow(context.get(), &config, b, window);
+      for (uint64_t row = 4 * tr; row < std::min<uint64_t>(4 * (tr + 3), f.height); ++row) {
+        ASSERT_EQ(0, std::memcmp(whole.data() + row * g.yStride,
+                                 band.data() + (row - 4 * tr) * g.yStride, 4 * f.width))
+            << f.width << "x" << f.height << " row " << row;
+      }
+    }
+  }
+}
+
 // Byte `i` of RGB565 output with red and blue exchanged in its 16-bit pixel.
 Bytes SwapRedBlue(Bytes b) {
   for (size_t i = 0; i + 1 < b.size(); i += 2) {
