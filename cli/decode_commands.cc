@@ -228,10 +228,19 @@ bool WriteBandRows(FILE* output, const uint8_t* band, const BandPlane& p, uint64
 // right after the metadata plane, and decodes the band from there. A read
 // that comes up short (the file shrank under the command) leaves the rest
 // reading as zeros.
-void DecodeBandPieceByPiece(DecodeSession* s, const TileRowBand& band) {
+bool BandWindowOf(const DecodeCommand& command, const DecodeSession& s, const TileRowBand& band,
+                  BandWindow* window) {
+  const uint64_t metaBytes = s.geometry.yMetaBufSize;
+  return command.planeFormat == PlaneFormat::kRgb565
+             ? ZpakRgb565BandWindow(s.context, *s.config, band, metaBytes, window)
+             : ZpakRgbaBandWindow(s.context, *s.config, band, metaBytes, window);
+}
+
+void DecodeBandPieceByPiece(const DecodeCommand& command, DecodeSession* s,
+                            const TileRowBand& band) {
   const uint64_t metaBytes = s->geometry.yMetaBufSize;
   BandWindow window{};
-  if (!ZpakRgbaBandWindow(s->context, *s->config, band, metaBytes, &window)) return;
+  if (!BandWindowOf(command, *s, band, &window)) return;
   uint8_t* bytes = s->frameBuffer + metaBytes;
   uint64_t got = 0;
   if (window.dataEnd > window.dataFirst &&
@@ -241,7 +250,11 @@ void DecodeBandPieceByPiece(DecodeSession* s, const TileRowBand& band) {
   }
   window.dataEnd = window.dataFirst + got;
   window.data = bytes;
-  DecodeZpakFrameBandFromWindow(s->context, s->config, band, window);
+  if (command.planeFormat == PlaneFormat::kRgb565) {
+    DecodeZpakFrameRgb565BandFromWindow(s->context, s->config, band, window);
+  } else {
+    DecodeZpakFrameBandFromWindow(s->context, s->config, band, window);
+  }
 }
 
 // Decodes and writes one plane band by band; false when a write falls short.
@@ -250,7 +263,7 @@ bool WritePlaneInBands(const DecodeCommand& command, DecodeSession* s, const Ban
   for (uint64_t tr = 0; tr < p.tileRows; tr += step) {
     const TileRowBand band{p.plane, tr, std::min(step, p.tileRows - tr)};
     if (s->pieceFrame) {
-      DecodeBandPieceByPiece(s, band);
+      DecodeBandPieceByPiece(command, s, band);
     } else if (command.planeFormat == PlaneFormat::kRgb565) {
       DecodeZpakFrameRgb565Band(s->context, s->config, band);
     } else {
@@ -330,7 +343,7 @@ bool DecodeAndWriteFrame(const DecodeCommand& command, DecodeSession* s) {
   return true;
 }
 
-// G reads its frames piece by piece from a regular file: the metadata plane,
+// G and B read their frames piece by piece from a regular file: the metadata plane,
 // then for each band just the data bytes its tiles are fetched from, always
 // into the same small part of the frame buffer. The frame buffer's pages are
 // then not all touched (the kernel clears every fresh page before a read can
@@ -338,7 +351,7 @@ bool DecodeAndWriteFrame(const DecodeCommand& command, DecodeSession* s) {
 // Only frames that lie whole in the file are read so; the rest take the
 // whole-frame read, whose failure ends the loop as before.
 bool CanReadPieceByPiece(const DecodeCommand& command, DecodeSession* s) {
-  if (command.planeFormat != PlaneFormat::kRgba8888 || s->geometry.frameSize == 0) return false;
+  if (command.planeFormat == PlaneFormat::kNv12 || s->geometry.frameSize == 0) return false;
   struct stat info {};
   if (fstat(fileno(s->input), &info) != 0 || !S_ISREG(info.st_mode)) return false;
   FillDecodeConfig(s->config, command.planeFormat, s->geometry, s->width, s->height,
@@ -349,9 +362,7 @@ bool CanReadPieceByPiece(const DecodeCommand& command, DecodeSession* s) {
   for (uint64_t tr = 0; tr < planes[0].tileRows; tr += step) {
     const TileRowBand band{planes[0].plane, tr, std::min(step, planes[0].tileRows - tr)};
     BandWindow window{};
-    if (!ZpakRgbaBandWindow(s->context, *s->config, band, s->geometry.yMetaBufSize, &window)) {
-      return false;
-    }
+    if (!BandWindowOf(command, *s, band, &window)) return false;
   }
   return true;
 }
@@ -363,8 +374,8 @@ bool WholeFrameAhead(const DecodeSession& s, long at) {
   return info.st_size >= at && static_cast<uint64_t>(info.st_size - at) >= s.geometry.frameSize;
 }
 
-// Reads the next frame, whole or (G on a regular file) its metadata plane
-// only; false when no whole frame is left.
+// Reads the next frame, whole or (G and B on a regular file) its metadata
+// plane only; false when no whole frame is left.
 bool ReadNextFrame(DecodeSession* s) {
   const uint32_t frameSize = s->geometry.frameSize;
   s->pieceFrame = false;

@@ -40,7 +40,8 @@ uint64_t DecodeZpakFrameBand(ZpakContext* context, const ZpakConfig* config,
 uint64_t DecodeZpakFrameRgb565Band(ZpakContext* context, const ZpakConfig* config,
                                    const TileRowBand& band);
 
-// A command that reads an RGBA8888 frame piece by piece loads, for a band,
+// A command that reads an RGBA8888 or RGB565 frame piece by piece loads, for
+// a band,
 // the first `metaBytes` of the metadata plane (at config->yMetaPlane) and
 // bytes [dataFirst, dataEnd) of the data plane (at `data`): every byte the
 // band's tiles are fetched from. Bytes past the frame's end still read zero.
@@ -61,6 +62,12 @@ bool ZpakRgbaBandWindow(ZpakContext* context, const ZpakConfig& config, const Ti
 // same bytes as from the whole frame.
 uint64_t DecodeZpakFrameBandFromWindow(ZpakContext* context, const ZpakConfig* config,
                                        const TileRowBand& band, const BandWindow& window);
+
+// The same for RGB565 frames.
+bool ZpakRgb565BandWindow(ZpakContext* context, const ZpakConfig& config, const TileRowBand& band,
+                          uint64_t metaBytes, BandWindow* window);
+uint64_t DecodeZpakFrameRgb565BandFromWindow(ZpakContext* context, const ZpakConfig* config,
+                                             const TileRowBand& band, const BandWindow& window);
 
 // Tile rows of a plane of the RGBA8888 or NV12 frame `config` describes (0
 // for planes it does not have), and of an RGB565 frame.

@@ -127,10 +127,8 @@ void DecodeHalvesWithKernel(ZpakContext* context, const ZpakConfig& config,
   }
 }
 
-}  // namespace
-
-uint64_t DecodeZpakFrameRgb565BandWithKernel(ZpakContext* context, const ZpakConfig* config,
-                                             const TileRowBand& band, TileKernel kernel) {
+uint64_t DecodeRgb565Band(ZpakContext* context, const ZpakConfig* config, const TileRowBand& band,
+                          TileKernel kernel, const BandWindow* window) {
   if (context == nullptr || config == nullptr || config->enable == 0) return 0;
   if (config->bypass != 0) return config->stride;
   const uint64_t tileRows = CeilDiv(config->height, kTileRows);
@@ -146,8 +144,15 @@ uint64_t DecodeZpakFrameRgb565BandWithKernel(ZpakContext* context, const ZpakCon
   const bool whole = band.plane == kWholeFrame;
   const uint64_t first = whole ? 0 : std::min(band.firstTileRow, tileRows);
   const uint64_t end = whole ? tileRows : first + std::min(band.tileRowCount, tileRows - first);
-  const Rgb565Walk walk{MakePlaneSource(config->yDataPlane, config->compressedEnd),
-                        MakePlaneSource(config->yMetaPlane, config->compressedEnd),
+  PlaneSource data = MakePlaneSource(config->yDataPlane, config->compressedEnd);
+  PlaneSource meta = MakePlaneSource(config->yMetaPlane, config->compressedEnd);
+  if (window != nullptr) {
+    data = PlaneSource{window->data, data.available, window->dataFirst,
+                       window->dataEnd - window->dataFirst};
+    meta.loaded = std::min(meta.loaded, window->metaBytes);
+  }
+  const Rgb565Walk walk{data,
+                        meta,
                         tileRows,
                         tilesPerRow,
                         kBytesPerPixel * config->width,
@@ -169,6 +174,49 @@ uint64_t DecodeZpakFrameRgb565BandWithKernel(ZpakContext* context, const ZpakCon
     DecodeHalvesExactly(context, *config, walk);
   }
   return config->stride;
+}
+
+}  // namespace
+
+uint64_t DecodeZpakFrameRgb565BandWithKernel(ZpakContext* context, const ZpakConfig* config,
+                                             const TileRowBand& band, TileKernel kernel) {
+  return DecodeRgb565Band(context, config, band, kernel, nullptr);
+}
+
+bool ZpakRgb565BandWindow(ZpakContext* context, const ZpakConfig& config, const TileRowBand& band,
+                          uint64_t metaBytes, BandWindow* window) {
+  if (context == nullptr || band.plane != kLumaPlane) return false;
+  const uint64_t tileRows = CeilDiv(config.height, kTileRows);
+  const uint64_t tilesPerRow = CeilDiv(config.width, kHalfTilePixels) / kHalvesPerTile;
+  const uint64_t first = std::min(band.firstTileRow, tileRows);
+  const uint64_t end = first + std::min(band.tileRowCount, tileRows - first);
+  if (first >= end || tilesPerRow == 0) return false;
+  PrepareTables(context, config);
+  uint64_t low = UINT64_MAX;
+  uint64_t high = 0;
+  for (uint64_t tr = first; tr < end; ++tr) {
+    const TileRowAddresses row = RowAddresses(context->addressTables, tr);
+    for (uint64_t tc = 0; tc < tilesPerRow; ++tc) {
+      for (uint64_t half = 0; half < kHalvesPerTile; ++half) {
+        if (MetaOffsetAt(row, kHalvesPerTile * tc + half) >= metaBytes) return false;
+      }
+      const uint64_t slot = SlotAt(row, tc);
+      if (slot >= UINT64_MAX / kSlotBytes) return false;
+      low = std::min(low, slot * kSlotBytes);
+      high = std::max(high, slot * kSlotBytes + kSlotBytes);
+    }
+  }
+  const PlaneSource data = MakePlaneSource(config.yDataPlane, config.compressedEnd);
+  window->dataFirst = std::min(low, data.available);
+  window->dataEnd = std::min(high, data.available);
+  window->metaBytes = metaBytes;
+  window->data = nullptr;
+  return true;
+}
+
+uint64_t DecodeZpakFrameRgb565BandFromWindow(ZpakContext* context, const ZpakConfig* config,
+                                             const TileRowBand& band, const BandWindow& window) {
+  return DecodeRgb565Band(context, config, band, BestTileKernel(), &window);
 }
 
 uint64_t DecodeZpakFrameRgb565WithKernel(ZpakContext* context, const ZpakConfig* config,

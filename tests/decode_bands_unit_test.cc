@@ -109,17 +109,19 @@ TEST(DecodeBands, EveryBandSplitGivesTheWholeFrameRows) {
   }
 }
 
-TEST(DecodeBands, RgbaBandsDecodeFromJustTheBytesTheirWindowNames) {
+TEST(DecodeBands, RgbBandsDecodeFromJustTheBytesTheirWindowNames) {
   for (const FrameCase& f : kFrames) {
-    if (f.format != PlaneFormat::kRgba8888) continue;
+    if (f.format == PlaneFormat::kNv12) continue;
+    const bool rgb565 = f.format == PlaneFormat::kRgb565;
     const PlaneGeometry g = ComputePlaneGeometry(f.format, f.width, f.height);
     Bytes frame = RandomFrame(g, 99u + static_cast<uint32_t>(f.width));
     const Bytes whole = DecodeWhole(f, g, frame);
-    ContextPtr context = MakeContext(kContextRgba8888);
+    ContextPtr context = MakeContext(ContextFormat(f.format));
     Bytes band(g.outputSize, 0xA5);
     ZpakConfig config{};
     FillDecodeConfig(&config, f.format, g, f.width, f.height, frame.data(), band.data());
-    const uint64_t tileRows = ZpakPlaneTileRows(config, kLumaPlane);
+    const uint64_t tileRows =
+        rgb565 ? ZpakRgb565TileRows(config) : ZpakPlaneTileRows(config, kLumaPlane);
     // The data plane the descriptor points at is spoiled, so that a fetch
     // from it instead of the window would show.
     const Bytes pristine = frame;
@@ -127,16 +129,22 @@ TEST(DecodeBands, RgbaBandsDecodeFromJustTheBytesTheirWindowNames) {
     for (uint64_t tr = 0; tr < tileRows; tr += 3) {
       const TileRowBand b{kLumaPlane, tr, 3};
       BandWindow window{};
-      ASSERT_TRUE(ZpakRgbaBandWindow(context.get(), config, b, g.yMetaBufSize, &window));
+      ASSERT_TRUE(rgb565 ? ZpakRgb565BandWindow(context.get(), config, b, g.yMetaBufSize, &window)
+                         : ZpakRgbaBandWindow(context.get(), config, b, g.yMetaBufSize, &window));
       // Exactly the named bytes, in a buffer of their own: a fetch outside
       // them would be caught by the address sanitizer.
       const Bytes named(pristine.begin() + g.yMetaBufSize + window.dataFirst,
                         pristine.begin() + g.yMetaBufSize + window.dataEnd);
       window.data = named.data();
-      DecodeZpakFrameBandFromWindow(context.get(), &config, b, window);
+      if (rgb565) {
+        DecodeZpakFrameRgb565BandFromWindow(context.get(), &config, b, window);
+      } else {
+        DecodeZpakFrameBandFromWindow(context.get(), &config, b, window);
+      }
+      const uint64_t rowBytes = std::min<uint64_t>((rgb565 ? 2 : 4) * f.width, g.yStride);
       for (uint64_t row = 4 * tr; row < std::min<uint64_t>(4 * (tr + 3), f.height); ++row) {
         ASSERT_EQ(0, std::memcmp(whole.data() + row * g.yStride,
-                                 band.data() + (row - 4 * tr) * g.yStride, 4 * f.width))
+                                 band.data() + (row - 4 * tr) * g.yStride, rowBytes))
             << f.width << "x" << f.height << " row " << row;
       }
     }
