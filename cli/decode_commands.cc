@@ -228,23 +228,48 @@ bool WriteBandRows(FILE* output, const uint8_t* band, const BandPlane& p, uint64
 // right after the metadata plane, and decodes the band from there. A read
 // that comes up short (the file shrank under the command) leaves the rest
 // reading as zeros.
+// Where a band plane's bytes lie in a frame of the input: its metadata plane
+// and its data plane (offsets from the frame's start), and how many bytes of
+// the frame buffer after the first metadata plane a band's data may fill
+// (for NV12 the chroma metadata plane is loaded in place after the luma data).
+struct PlanePieces {
+  uint64_t metaAt;
+  uint64_t metaBytes;
+  uint64_t dataAt;
+  uint64_t windowCapacity;
+};
+
+PlanePieces PiecesOf(const DecodeCommand& command, const PlaneGeometry& g, uint64_t plane) {
+  const uint64_t lumaData = uint64_t{g.yMetaBufSize};
+  if (command.planeFormat != PlaneFormat::kNv12) {
+    return PlanePieces{0, g.yMetaBufSize, lumaData, uint64_t{g.frameSize} - lumaData};
+  }
+  const uint64_t uvMeta = lumaData + g.yDataBufSize;
+  if (plane == kChromaPlane) {
+    return PlanePieces{uvMeta, g.uvMetaBufSize, uvMeta + g.uvMetaBufSize, g.yDataBufSize};
+  }
+  return PlanePieces{0, g.yMetaBufSize, lumaData, g.yDataBufSize};
+}
+
 bool BandWindowOf(const DecodeCommand& command, const DecodeSession& s, const TileRowBand& band,
                   BandWindow* window) {
-  const uint64_t metaBytes = s.geometry.yMetaBufSize;
-  return command.planeFormat == PlaneFormat::kRgb565
-             ? ZpakRgb565BandWindow(s.context, *s.config, band, metaBytes, window)
-             : ZpakRgbaBandWindow(s.context, *s.config, band, metaBytes, window);
+  const PlanePieces pieces = PiecesOf(command, s.geometry, band.plane);
+  const bool named =
+      command.planeFormat == PlaneFormat::kRgb565
+          ? ZpakRgb565BandWindow(s.context, *s.config, band, pieces.metaBytes, window)
+          : ZpakBandWindow(s.context, *s.config, band, pieces.metaBytes, window);
+  return named && window->dataEnd - window->dataFirst <= pieces.windowCapacity;
 }
 
 void DecodeBandPieceByPiece(const DecodeCommand& command, DecodeSession* s,
                             const TileRowBand& band) {
-  const uint64_t metaBytes = s->geometry.yMetaBufSize;
+  const PlanePieces pieces = PiecesOf(command, s->geometry, band.plane);
   BandWindow window{};
   if (!BandWindowOf(command, *s, band, &window)) return;
-  uint8_t* bytes = s->frameBuffer + metaBytes;
+  uint8_t* bytes = s->frameBuffer + s->geometry.yMetaBufSize;
   uint64_t got = 0;
   if (window.dataEnd > window.dataFirst &&
-      std::fseek(s->input, s->frameStart + static_cast<long>(metaBytes + window.dataFirst),
+      std::fseek(s->input, s->frameStart + static_cast<long>(pieces.dataAt + window.dataFirst),
                  SEEK_SET) == 0) {
     got = std::fread(bytes, 1, window.dataEnd - window.dataFirst, s->input);
   }
@@ -343,26 +368,30 @@ bool DecodeAndWriteFrame(const DecodeCommand& command, DecodeSession* s) {
   return true;
 }
 
-// G and B read their frames piece by piece from a regular file: the metadata plane,
-// then for each band just the data bytes its tiles are fetched from, always
-// into the same small part of the frame buffer. The frame buffer's pages are
-// then not all touched (the kernel clears every fresh page before a read can
-// fill it), and each band's bytes are decoded while they are still in cache.
+// The commands read their frames piece by piece from a regular file: the
+// metadata planes, then for each band just the data bytes its tiles are
+// fetched from, always into the same small part of the frame buffer. The
+// frame buffer's pages are then not all touched (the kernel clears every
+// fresh page before a read can fill it), and each band's bytes are decoded
+// while they are still in cache.
 // Only frames that lie whole in the file are read so; the rest take the
 // whole-frame read, whose failure ends the loop as before.
 bool CanReadPieceByPiece(const DecodeCommand& command, DecodeSession* s) {
-  if (command.planeFormat == PlaneFormat::kNv12 || s->geometry.frameSize == 0) return false;
+  if (s->geometry.frameSize == 0) return false;
   struct stat info {};
   if (fstat(fileno(s->input), &info) != 0 || !S_ISREG(info.st_mode)) return false;
   FillDecodeConfig(s->config, command.planeFormat, s->geometry, s->width, s->height,
                    s->frameBuffer, s->outputBuffer);
   BandPlane planes[2]{};
-  if (BandPlanes(command, *s, planes) != 1) return false;
-  const uint64_t step = BandTileRows(planes[0]);
-  for (uint64_t tr = 0; tr < planes[0].tileRows; tr += step) {
-    const TileRowBand band{planes[0].plane, tr, std::min(step, planes[0].tileRows - tr)};
-    BandWindow window{};
-    if (!BandWindowOf(command, *s, band, &window)) return false;
+  const uint32_t count = BandPlanes(command, *s, planes);
+  if (count == 0) return false;
+  for (uint32_t i = 0; i < count; ++i) {
+    const uint64_t step = BandTileRows(planes[i]);
+    for (uint64_t tr = 0; tr < planes[i].tileRows; tr += step) {
+      const TileRowBand band{planes[i].plane, tr, std::min(step, planes[i].tileRows - tr)};
+      BandWindow window{};
+      if (!BandWindowOf(command, *s, band, &window)) return false;
+    }
   }
   return true;
 }
@@ -374,16 +403,30 @@ bool WholeFrameAhead(const DecodeSession& s, long at) {
   return info.st_size >= at && static_cast<uint64_t>(info.st_size - at) >= s.geometry.frameSize;
 }
 
-// Reads the next frame, whole or (G and B on a regular file) its metadata
-// plane only; false when no whole frame is left.
-bool ReadNextFrame(DecodeSession* s) {
+// Reads the metadata planes of the frame at `at` into their places in the
+// frame buffer.
+bool ReadMetadataPlanes(const DecodeCommand& command, DecodeSession* s, long at) {
+  const uint32_t planes = command.planeFormat == PlaneFormat::kNv12 ? 2 : 1;
+  for (uint32_t plane = 0; plane < planes; ++plane) {
+    const PlanePieces pieces = PiecesOf(command, s->geometry, plane);
+    if (pieces.metaBytes == 0) continue;
+    if (std::fseek(s->input, at + static_cast<long>(pieces.metaAt), SEEK_SET) != 0 ||
+        std::fread(s->frameBuffer + pieces.metaAt, pieces.metaBytes, 1, s->input) != 1) {
+      return false;
+    }
+  }
+  return true;
+}
+
+// Reads the next frame, whole or (from a regular file) its metadata planes
+// only; false when no whole frame is left.
+bool ReadNextFrame(const DecodeCommand& command, DecodeSession* s) {
   const uint32_t frameSize = s->geometry.frameSize;
   s->pieceFrame = false;
   if (s->pieceByPiece) {
     const long at = std::ftell(s->input);
     if (WholeFrameAhead(*s, at)) {
-      const uint32_t metaBytes = s->geometry.yMetaBufSize;
-      if (metaBytes == 0 || std::fread(s->frameBuffer, metaBytes, 1, s->input) == 1) {
+      if (ReadMetadataPlanes(command, s, at)) {
         s->frameStart = at;
         s->pieceFrame = true;
         return true;
@@ -402,7 +445,7 @@ bool ReadNextFrame(DecodeSession* s) {
 bool DecodeFrames(const DecodeCommand& command, DecodeSession* s) {
   const uint32_t frameSize = s->geometry.frameSize;
   uint32_t frame = 0;
-  while (ReadNextFrame(s)) {
+  while (ReadNextFrame(command, s)) {
     std::printf("Input Frame Read completed=%u\n", frame);
     FillDecodeConfig(s->config, command.planeFormat, s->geometry, s->width, s->height,
                      s->frameBuffer, s->outputBuffer);

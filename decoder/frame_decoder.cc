@@ -41,6 +41,14 @@ BandRows ClampBand(const TileRowBand& band, uint64_t tileRows) {
   return BandRows{first, first + std::min(band.tileRowCount, tileRows - first)};
 }
 
+// A plane source as a band window holds it: the window's bytes of the
+// plane, and the first `metaBytes` of its metadata plane.
+void ApplyWindow(const BandWindow& window, PlaneSource* data, PlaneSource* meta) {
+  *data = PlaneSource{window.data, data->available, window.dataFirst,
+                      window.dataEnd - window.dataFirst};
+  meta->loaded = std::min(meta->loaded, window.metaBytes);
+}
+
 // Builds (or reuses) the slot and metadata tables of the surface.
 void PrepareTables(ZpakContext* context, const ZpakConfig& config, PlaneFormat format) {
   const TileGridLayout layout =
@@ -82,11 +90,7 @@ uint64_t DecodeRgba8888Frame(ZpakContext* context, const ZpakConfig& config, Til
   PrepareTables(context, config, PlaneFormat::kRgba8888);
   PlaneSource data = MakePlaneSource(config.yDataPlane, config.compressedEnd);
   PlaneSource meta = MakePlaneSource(config.yMetaPlane, config.compressedEnd);
-  if (window != nullptr) {
-    data = PlaneSource{window->data, data.available, window->dataFirst,
-                       window->dataEnd - window->dataFirst};
-    meta.loaded = std::min(meta.loaded, window->metaBytes);
-  }
+  if (window != nullptr) ApplyWindow(*window, &data, &meta);
   const uint64_t origin = kRgbaWalk.tileHeight * rows.first;  // first linear row of the output
   TileKind kind;
   if (UsesTileKernel(*context, config, kernel, &kind) && kind == TileKind::kRgba8888) {
@@ -210,7 +214,7 @@ void DecodeNv12Plane(ZpakContext* context, const ZpakConfig& config, const Nv12P
 // Only the band's plane and tile rows are decoded; a band of the chroma
 // plane writes its rows from the output's start.
 uint64_t DecodeNv12Frame(ZpakContext* context, const ZpakConfig& config, TileKernel kernel,
-                         const TileRowBand& band) {
+                         const TileRowBand& band, const BandWindow* window) {
   const uint64_t width = config.width;
   const uint64_t height = config.height;
   const uint64_t tilesPerRow = CeilDiv(width, kLumaWalk.tileWidth);
@@ -222,8 +226,11 @@ uint64_t DecodeNv12Frame(ZpakContext* context, const ZpakConfig& config, TileKer
   if (band.plane == kWholeFrame || band.plane == kLumaPlane) {
     const BandRows rows = band.plane == kWholeFrame ? BandRows{0, tileRows}
                                                     : ClampBand(band, tileRows);
-    const Nv12PlaneWalk luma{.data = yData,
-                             .meta = MakePlaneSource(config.yMetaPlane, config.compressedEnd),
+    PlaneSource data = yData;
+    PlaneSource meta = MakePlaneSource(config.yMetaPlane, config.compressedEnd);
+    if (window != nullptr) ApplyWindow(*window, &data, &meta);
+    const Nv12PlaneWalk luma{.data = data,
+                             .meta = meta,
                              .planeIndex = 0,
                              .walk = &kLumaWalk,
                              .tileRows = tileRows,
@@ -243,8 +250,11 @@ uint64_t DecodeNv12Frame(ZpakContext* context, const ZpakConfig& config, TileKer
     const BandRows rows = band.plane == kWholeFrame ? BandRows{0, chromaTileRows}
                                                     : ClampBand(band, chromaTileRows);
     uint8_t* output = band.plane == kWholeFrame ? config.linearY + width * height : config.linearY;
-    const Nv12PlaneWalk chroma{.data = OffsetPlaneSource(yData, config.uvDataOffset),
-                               .meta = MakePlaneSource(config.uvMetaPlane, config.compressedEnd),
+    PlaneSource data = OffsetPlaneSource(yData, config.uvDataOffset);
+    PlaneSource meta = MakePlaneSource(config.uvMetaPlane, config.compressedEnd);
+    if (window != nullptr) ApplyWindow(*window, &data, &meta);
+    const Nv12PlaneWalk chroma{.data = data,
+                               .meta = meta,
                                .planeIndex = 1,
                                .walk = &kChromaWalk,
                                .tileRows = chromaTileRows,
@@ -273,7 +283,9 @@ uint64_t DecodeZpakFrameBandWithKernel(ZpakContext* context, const ZpakConfig* c
     return DecodeRgba8888Frame(context, *config, kernel, band.plane == kWholeFrame ? whole : band,
                                nullptr);
   }
-  if (config->surfaceFormat == kSurfaceNv12) return DecodeNv12Frame(context, *config, kernel, band);
+  if (config->surfaceFormat == kSurfaceNv12) {
+    return DecodeNv12Frame(context, *config, kernel, band, nullptr);
+  }
   return config->stride;
 }
 
@@ -291,15 +303,17 @@ uint64_t DecodeZpakFrameBand(ZpakContext* context, const ZpakConfig* config,
   return DecodeZpakFrameBandWithKernel(context, config, band, BestTileKernel());
 }
 
-bool ZpakRgbaBandWindow(ZpakContext* context, const ZpakConfig& config, const TileRowBand& band,
+bool ZpakBandWindow(ZpakContext* context, const ZpakConfig& config, const TileRowBand& band,
                         uint64_t metaBytes, BandWindow* window) {
-  if (context == nullptr || config.surfaceFormat != kSurfaceRgba8888 || band.plane != kLumaPlane) {
-    return false;
-  }
-  const uint64_t tilesPerRow = CeilDiv(config.width, kRgbaWalk.tileWidth);
-  const BandRows rows = ClampBand(band, CeilDiv(config.height, kRgbaWalk.tileHeight));
+  const bool rgba = config.surfaceFormat == kSurfaceRgba8888;
+  if (context == nullptr || (!rgba && config.surfaceFormat != kSurfaceNv12)) return false;
+  if (band.plane != kLumaPlane && (rgba || band.plane != kChromaPlane)) return false;
+  const PlaneWalk& walk = rgba ? kRgbaWalk : kLumaWalk;
+  const uint64_t tilesPerRow = CeilDiv(config.width, walk.tileWidth);
+  const uint64_t lumaRows = CeilDiv(config.height, walk.tileHeight);
+  const BandRows rows = ClampBand(band, band.plane == kChromaPlane ? (lumaRows + 1) / 2 : lumaRows);
   if (rows.first >= rows.end || tilesPerRow == 0) return false;
-  PrepareTables(context, config, PlaneFormat::kRgba8888);
+  PrepareTables(context, config, rgba ? PlaneFormat::kRgba8888 : PlaneFormat::kNv12);
   // A short tile may sit in the upper half of its slot.
   const uint64_t reach = kSlotBytes + (config.addressingMode == 1 ? kHalfSlotBytes : 0);
   uint64_t first = UINT64_MAX;
@@ -314,7 +328,8 @@ bool ZpakRgbaBandWindow(ZpakContext* context, const ZpakConfig& config, const Ti
       end = std::max(end, slot * kSlotBytes + reach);
     }
   }
-  const PlaneSource data = MakePlaneSource(config.yDataPlane, config.compressedEnd);
+  PlaneSource data = MakePlaneSource(config.yDataPlane, config.compressedEnd);
+  if (band.plane == kChromaPlane) data = OffsetPlaneSource(data, config.uvDataOffset);
   window->dataFirst = std::min(first, data.available);
   window->dataEnd = std::min(end, data.available);
   window->metaBytes = metaBytes;
@@ -326,6 +341,9 @@ uint64_t DecodeZpakFrameBandFromWindow(ZpakContext* context, const ZpakConfig* c
                                        const TileRowBand& band, const BandWindow& window) {
   if (context == nullptr || config == nullptr || config->enable == 0) return 0;
   if (config->bypass != 0) return config->stride;
+  if (config->surfaceFormat == kSurfaceNv12 && band.plane != kWholeFrame) {
+    return DecodeNv12Frame(context, *config, BestTileKernel(), band, &window);
+  }
   if (config->surfaceFormat != kSurfaceRgba8888 || band.plane != kLumaPlane) return config->stride;
   return DecodeRgba8888Frame(context, *config, BestTileKernel(), band, &window);
 }

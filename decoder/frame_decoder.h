@@ -40,11 +40,10 @@ uint64_t DecodeZpakFrameBand(ZpakContext* context, const ZpakConfig* config,
 uint64_t DecodeZpakFrameRgb565Band(ZpakContext* context, const ZpakConfig* config,
                                    const TileRowBand& band);
 
-// A command that reads an RGBA8888 or RGB565 frame piece by piece loads, for
-// a band,
-// the first `metaBytes` of the metadata plane (at config->yMetaPlane) and
-// bytes [dataFirst, dataEnd) of the data plane (at `data`): every byte the
-// band's tiles are fetched from. Bytes past the frame's end still read zero.
+// A command that reads a frame piece by piece loads, for a band,
+// the first `metaBytes` of the band plane's metadata plane (where the
+// descriptor places it) and bytes [dataFirst, dataEnd) of its data plane (at
+// `data`): every byte the band's tiles are fetched from. Bytes past the frame's end still read zero.
 struct BandWindow {
   uint64_t dataFirst;
   uint64_t dataEnd;
@@ -52,14 +51,14 @@ struct BandWindow {
   const uint8_t* data;
 };
 
-// Fills the data range of `window` for a band of the frame `config`
-// describes; false when the band reads metadata at or past `metaBytes` (the
-// frame must then be loaded whole).
-bool ZpakRgbaBandWindow(ZpakContext* context, const ZpakConfig& config, const TileRowBand& band,
+// Fills the data range of `window` for a band of the RGBA8888 or NV12 frame
+// `config` describes; false when the band reads metadata at or past
+// `metaBytes` (the frame must then be loaded whole).
+bool ZpakBandWindow(ZpakContext* context, const ZpakConfig& config, const TileRowBand& band,
                         uint64_t metaBytes, BandWindow* window);
 
-// DecodeZpakFrameBand for an RGBA8888 frame loaded as `window` says; the
-// same bytes as from the whole frame.
+// DecodeZpakFrameBand for a frame loaded as `window` says; the same bytes
+// as from the whole frame.
 uint64_t DecodeZpakFrameBandFromWindow(ZpakContext* context, const ZpakConfig* config,
                                        const TileRowBand& band, const BandWindow& window);
 

@@ -109,10 +109,10 @@ TEST(DecodeBands, EveryBandSplitGivesTheWholeFrameRows) {
   }
 }
 
-TEST(DecodeBands, RgbBandsDecodeFromJustTheBytesTheirWindowNames) {
+TEST(DecodeBands, BandsDecodeFromJustTheBytesTheirWindowNames) {
   for (const FrameCase& f : kFrames) {
-    if (f.format == PlaneFormat::kNv12) continue;
     const bool rgb565 = f.format == PlaneFormat::kRgb565;
+    const bool nv12 = f.format == PlaneFormat::kNv12;
     const PlaneGeometry g = ComputePlaneGeometry(f.format, f.width, f.height);
     Bytes frame = RandomFrame(g, 99u + static_cast<uint32_t>(f.width));
     const Bytes whole = DecodeWhole(f, g, frame);
@@ -120,32 +120,43 @@ TEST(DecodeBands, RgbBandsDecodeFromJustTheBytesTheirWindowNames) {
     Bytes band(g.outputSize, 0xA5);
     ZpakConfig config{};
     FillDecodeConfig(&config, f.format, g, f.width, f.height, frame.data(), band.data());
-    const uint64_t tileRows =
-        rgb565 ? ZpakRgb565TileRows(config) : ZpakPlaneTileRows(config, kLumaPlane);
-    // The data plane the descriptor points at is spoiled, so that a fetch
-    // from it instead of the window would show.
+    // Data planes as they lie in the frame: the one plane, or NV12 luma
+    // after its metadata and chroma after the luma data and its metadata.
+    const uint64_t lumaData = g.yMetaBufSize;
+    const uint64_t chromaData = lumaData + g.yDataBufSize + g.uvMetaBufSize;
+    // The data planes the descriptor points at are spoiled, so that a fetch
+    // from them instead of the window would show.
     const Bytes pristine = frame;
-    std::fill(frame.begin() + g.yMetaBufSize, frame.end(), 0x5A);
-    for (uint64_t tr = 0; tr < tileRows; tr += 3) {
-      const TileRowBand b{kLumaPlane, tr, 3};
-      BandWindow window{};
-      ASSERT_TRUE(rgb565 ? ZpakRgb565BandWindow(context.get(), config, b, g.yMetaBufSize, &window)
-                         : ZpakRgbaBandWindow(context.get(), config, b, g.yMetaBufSize, &window));
-      // Exactly the named bytes, in a buffer of their own: a fetch outside
-      // them would be caught by the address sanitizer.
-      const Bytes named(pristine.begin() + g.yMetaBufSize + window.dataFirst,
-                        pristine.begin() + g.yMetaBufSize + window.dataEnd);
-      window.data = named.data();
-      if (rgb565) {
-        DecodeZpakFrameRgb565BandFromWindow(context.get(), &config, b, window);
-      } else {
-        DecodeZpakFrameBandFromWindow(context.get(), &config, b, window);
-      }
-      const uint64_t rowBytes = std::min<uint64_t>((rgb565 ? 2 : 4) * f.width, g.yStride);
-      for (uint64_t row = 4 * tr; row < std::min<uint64_t>(4 * (tr + 3), f.height); ++row) {
-        ASSERT_EQ(0, std::memcmp(whole.data() + row * g.yStride,
-                                 band.data() + (row - 4 * tr) * g.yStride, rowBytes))
-            << f.width << "x" << f.height << " row " << row;
+    std::fill(frame.begin() + lumaData, frame.begin() + lumaData + g.yDataBufSize, 0x5A);
+    if (nv12) std::fill(frame.begin() + chromaData, frame.end(), 0x5A);
+    for (const PlaneRows& p : PlanesOf(f, g)) {
+      const bool chroma = p.plane == kChromaPlane;
+      const uint64_t metaBytes = chroma ? g.uvMetaBufSize : g.yMetaBufSize;
+      const uint64_t dataAt = chroma ? chromaData : lumaData;
+      const uint64_t tileRows =
+          rgb565 ? ZpakRgb565TileRows(config) : ZpakPlaneTileRows(config, p.plane);
+      for (uint64_t tr = 0; tr < tileRows; tr += 3) {
+        const TileRowBand b{p.plane, tr, 3};
+        BandWindow window{};
+        ASSERT_TRUE(rgb565 ? ZpakRgb565BandWindow(context.get(), config, b, metaBytes, &window)
+                           : ZpakBandWindow(context.get(), config, b, metaBytes, &window));
+        // Exactly the named bytes, in a buffer of their own: a fetch outside
+        // them would be caught by the address sanitizer.
+        const Bytes named(pristine.begin() + static_cast<int64_t>(dataAt + window.dataFirst),
+                          pristine.begin() + static_cast<int64_t>(dataAt + window.dataEnd));
+        window.data = named.data();
+        if (rgb565) {
+          DecodeZpakFrameRgb565BandFromWindow(context.get(), &config, b, window);
+        } else {
+          DecodeZpakFrameBandFromWindow(context.get(), &config, b, window);
+        }
+        const uint64_t end = std::min((tr + 3) * p.rowsPerTile, p.rows);
+        for (uint64_t row = tr * p.rowsPerTile; row < end; ++row) {
+          ASSERT_EQ(0, std::memcmp(whole.data() + p.start + row * p.pitch,
+                                   band.data() + (row - tr * p.rowsPerTile) * p.pitch,
+                                   std::min(p.rowBytes, p.pitch)))
+              << f.width << "x" << f.height << " plane " << p.plane << " row " << row;
+        }
       }
     }
   }
