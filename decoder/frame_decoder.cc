@@ -30,25 +30,6 @@ uint64_t CeilDiv(uint64_t value, uint64_t divisor) {
   return value / divisor + (value % divisor != 0 ? 1 : 0);
 }
 
-// The band's tile rows within a plane of `tileRows` tile rows.
-struct BandRows {
-  uint64_t first;
-  uint64_t end;
-};
-
-BandRows ClampBand(const TileRowBand& band, uint64_t tileRows) {
-  const uint64_t first = std::min(band.firstTileRow, tileRows);
-  return BandRows{first, first + std::min(band.tileRowCount, tileRows - first)};
-}
-
-// A plane source as a band window holds it: the window's bytes of the
-// plane, and the first `metaBytes` of its metadata plane.
-void ApplyWindow(const BandWindow& window, PlaneSource* data, PlaneSource* meta) {
-  *data = PlaneSource{window.data, data->available, window.dataFirst,
-                      window.dataEnd - window.dataFirst};
-  meta->loaded = std::min(meta->loaded, window.metaBytes);
-}
-
 // Builds (or reuses) the slot and metadata tables of the surface.
 void PrepareTables(ZpakContext* context, const ZpakConfig& config, PlaneFormat format) {
   const TileGridLayout layout =

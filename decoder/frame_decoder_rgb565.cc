@@ -141,16 +141,13 @@ uint64_t DecodeRgb565Band(ZpakContext* context, const ZpakConfig* config, const 
   // Only the first half of the compressed tile buffer is refreshed per half
   // tile; the tile bit reader sees zeros after the half tile's 128 bytes.
   std::memset(context->compressedTileBuffer + kHalfTileBytes, 0, kSlotBytes - kHalfTileBytes);
-  const bool whole = band.plane == kWholeFrame;
-  const uint64_t first = whole ? 0 : std::min(band.firstTileRow, tileRows);
-  const uint64_t end = whole ? tileRows : first + std::min(band.tileRowCount, tileRows - first);
+  const BandRows rows =
+      band.plane == kWholeFrame ? BandRows{0, tileRows} : ClampBand(band, tileRows);
+  const uint64_t first = rows.first;
+  const uint64_t end = rows.end;
   PlaneSource data = MakePlaneSource(config->yDataPlane, config->compressedEnd);
   PlaneSource meta = MakePlaneSource(config->yMetaPlane, config->compressedEnd);
-  if (window != nullptr) {
-    data = PlaneSource{window->data, data.available, window->dataFirst,
-                       window->dataEnd - window->dataFirst};
-    meta.loaded = std::min(meta.loaded, window->metaBytes);
-  }
+  if (window != nullptr) ApplyWindow(*window, &data, &meta);
   const Rgb565Walk walk{data,
                         meta,
                         tileRows,
@@ -188,8 +185,7 @@ bool ZpakRgb565BandWindow(ZpakContext* context, const ZpakConfig& config, const 
   if (context == nullptr || band.plane != kLumaPlane) return false;
   const uint64_t tileRows = CeilDiv(config.height, kTileRows);
   const uint64_t tilesPerRow = CeilDiv(config.width, kHalfTilePixels) / kHalvesPerTile;
-  const uint64_t first = std::min(band.firstTileRow, tileRows);
-  const uint64_t end = first + std::min(band.tileRowCount, tileRows - first);
+  const auto [first, end] = ClampBand(band, tileRows);
   if (first >= end || tilesPerRow == 0) return false;
   PrepareTables(context, config);
   uint64_t low = UINT64_MAX;

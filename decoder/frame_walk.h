@@ -8,6 +8,7 @@
 #include <cstring>
 #include <limits>
 
+#include "decoder/frame_decoder.h"
 #include "decoder/tile_kernels.h"
 #include "surface/tile_addressing.h"
 #include "surface/zpak_context.h"
@@ -77,6 +78,25 @@ inline void FetchPlaneBytes(const PlaneSource& source, uint64_t offset, uint64_t
 inline uint32_t FetchMetadataByte(const PlaneSource& source, uint64_t offset) {
   const uint8_t* from = nullptr;
   return BytesAt(source, offset, 1, &from) != 0 ? *from : 0;
+}
+
+// The band's tile rows within a plane of `tileRows` tile rows.
+struct BandRows {
+  uint64_t first;
+  uint64_t end;
+};
+
+inline BandRows ClampBand(const TileRowBand& band, uint64_t tileRows) {
+  const uint64_t first = std::min(band.firstTileRow, tileRows);
+  return BandRows{first, first + std::min(band.tileRowCount, tileRows - first)};
+}
+
+// A plane source as a band window holds it: the window's bytes of the
+// plane, and the first `metaBytes` of its metadata plane.
+inline void ApplyWindow(const BandWindow& window, PlaneSource* data, PlaneSource* meta) {
+  *data = PlaneSource{window.data, data->available, window.dataFirst,
+                      window.dataEnd - window.dataFirst};
+  meta->loaded = std::min(meta->loaded, window.metaBytes);
 }
 
 // Short tiles (at most two 64-byte units) in slots 1 and 2 of every group of
