@@ -56,6 +56,23 @@ enum class OutputPath {
   kDirectory, kOtherFile, kDevNull, kDevFull, kCount
 };
 
+// C fills a cropped frame of cropWidth x cropHeight bytes (and half as much
+// chroma) for every frame it reads, however small the frame: a crop of this
+// size or more would make the run's memory, not the tool, the limit. Such
+// crops are left out; refused sizes (2^31 bytes and up, as the tool's 32-bit
+// product gives them) still run.
+constexpr int64_t kMaxCropBytes = int64_t{1} << 26;
+
+// The cropped frame size as command C computes it: each number as the
+// platform's atoi narrows it, their product in 32-bit arithmetic.
+uint32_t AsAtoi(const std::string& number) {
+  return static_cast<uint32_t>(static_cast<int32_t>(std::strtoll(number.c_str(), nullptr, 10)));
+}
+
+int64_t CropBytes(const std::string& width, const std::string& height) {
+  return static_cast<int32_t>(AsAtoi(width) * AsAtoi(height));
+}
+
 // Numeric arguments that are not plain small decimals.
 const char* const kOddNumbers[] = {"",         "abc",         " 7",   "+16",        "-1",
                                    "0",        "12abc",       "0x40", "-2147483648", "2147483647",
@@ -196,6 +213,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const bool encodes = !command.empty() && (command[0] == 'H' || command[0] == 'N');
   std::vector<std::string> numbers;
   for (size_t i = 0; i < kNumberArgs; ++i) numbers.push_back(NumberArg(&in, encodes));
+  constexpr int kCropArgc = 8;  // pelcast C in out width height cropWidth cropHeight
+  if (command == "C" && argc >= kCropArgc && CropBytes(numbers[2], numbers[3]) >= kMaxCropBytes) {
+    return 0;
+  }
   const uint8_t splitByte = in.Byte();
   const size_t split = in.RestSize() * splitByte / 255;
 
