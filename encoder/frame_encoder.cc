@@ -12,6 +12,7 @@
 #include "encoder/tile_shape.h"
 #include "encoder/tile_stream.h"
 #include "surface/surface_grid.h"
+#include "surface/tile_format.h"
 
 namespace pelcast {
 namespace {
@@ -27,15 +28,9 @@ constexpr uint64_t kRgbaPixelBytes = 4;
 constexpr uint64_t kChromaPairBytes = 2;
 constexpr uint64_t kNv12RowBytes = 32;    // destination row pitch of gathered NV12 tiles
 constexpr uint64_t kRgbaRowBytes = 64;    // and of RGBA8888 tiles
-constexpr uint64_t kHalfSlotBytes = 128;  // short tiles may start in the upper half of a slot
-constexpr uint64_t kHalfSlotMetaLimit = 24;
 constexpr uint64_t kWideTileWidth = 32;   // the 2-byte-pixel gather case
 constexpr uint64_t kWidePixelBytes = 2;
 constexpr uint64_t kSurfaceWide = 2;
-
-uint64_t CeilDiv(uint64_t value, uint64_t divisor) {
-  return value / divisor + (value % divisor != 0 ? 1 : 0);
-}
 
 uint64_t Min(uint64_t a, uint64_t b) { return a < b ? a : b; }
 
@@ -54,17 +49,6 @@ struct PlaneWalk {
   const uint8_t* uSource;   // chroma planes
   const uint8_t* vSource;
 };
-
-// The slot of a tile stored in `units` units: the upper half when it fits
-// there and the slot is the second or third of its group of four.
-uint64_t SlotOffset(const ZpakConfig& config, uint64_t slot, uint64_t meta) {
-  uint64_t offset = kSlotBytes * slot;
-  if (config.addressingMode == 1 && static_cast<int64_t>(meta) < static_cast<int64_t>(kHalfSlotMetaLimit) &&
-      ((slot ^ (slot >> 1)) & 1) != 0) {
-    offset += kHalfSlotBytes;
-  }
-  return offset;
-}
 
 // Copies `rows` rows of `rowBytes` bytes from a source with pitch `pitch`
 // starting at (x bytes, y rows) into destination rows `destPitch` apart.
@@ -86,9 +70,9 @@ uint64_t InsideCount(uint64_t origin, uint64_t tileSpan, uint64_t imageSpan) {
 // byte.
 void StoreTile(const ZpakConfig& config, const PlaneWalk& walk, uint64_t slot,
                uint64_t metaOffset, const uint8_t* stored, uint64_t units) {
-  const uint64_t meta = MetadataForUnits(units);
-  StoreBounded(walk.dataPlane, SlotOffset(config, slot, meta), stored,
-               Min(StoredBytesForMetadata(meta), kSlotBytes), config.compressedEnd);
+  const uint32_t meta = MetadataForUnits(units);
+  StoreBounded(walk.dataPlane, TileByteOffset(slot, meta, config), stored,
+               Min(StoredBytesForUnits(units), kSlotBytes), config.compressedEnd);
   const uint8_t metaByte = static_cast<uint8_t>(meta);
   StoreBounded(walk.metaPlane, metaOffset, &metaByte, 1, config.compressedEnd);
 }
