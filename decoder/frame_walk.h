@@ -50,8 +50,7 @@ inline PlaneSource OffsetPlaneSource(const PlaneSource& source, uint64_t offset)
   if (offset >= source.available || offset >= source.loaded || source.origin != 0) {
     return kEmptyPlane;
   }
-  return PlaneSource{source.base + offset, source.available - offset, 0,
-                     source.loaded - offset};
+  return PlaneSource{source.base + offset, source.available - offset, 0, source.loaded - offset};
 }
 
 // Bytes from `offset` on that can be copied from `source`: inside the frame
@@ -120,23 +119,13 @@ inline void StoreClippedTile(const uint8_t* tile, const TilePlacement& at, uint8
   }
 }
 
-// A tile's stored bytes and the zeros after them that the tile kernels read
-// past a short stream. Only the stored part is rewritten per tile.
+// A tile's staged bytes and the zeros after them that the tile kernels read
+// past a short stream. Only the staged part is rewritten per tile.
 struct PaddedTile {
   alignas(64) uint8_t bytes[kPaddedTileBytes];
 };
 
-// Copies `kCount` bytes from `offset` into `destination`: one fixed-size copy
-// when they all lie inside the frame buffer, zeros past its end otherwise.
-template <uint64_t kCount>
-inline void FetchStoredBytes(const PlaneSource& source, uint64_t offset, uint8_t* destination) {
-  const uint8_t* from = nullptr;
-  if (BytesAt(source, offset, kCount, &from) == kCount) {
-    std::memcpy(destination, from, kCount);
-  } else {
-    FetchPlaneBytes(source, offset, kCount, destination);
-  }
-}
+inline constexpr uint64_t kBitsPerByte = 8;
 
 // The addresses of one tile row, looked up once for the row. Lookups of its
 // tiles give exactly what TileSlot and TileMetaOffset give: a metadata
@@ -146,7 +135,7 @@ struct TileRowAddresses {
   const uint64_t* slots;  // the row of the slot table; null outside it
   uint64_t slotColumns;   // 0 outside the slot table
   uint64_t metaRowBase;
-  uint64_t metaColumns;   // 0 outside the metadata table
+  uint64_t metaColumns;  // 0 outside the metadata table
 };
 
 inline TileRowAddresses RowAddresses(const TileAddressTables& tables, uint64_t row) {
@@ -171,36 +160,57 @@ inline uint64_t MetaOffsetAt(const TileRowAddresses& a, uint64_t column) {
   return column < a.metaColumns ? a.metaRowBase + MetaByteOffset(0, column, 0) : 0;
 }
 
-// Copies the 256 bytes of a tile of the row that the tile decoder is given,
-// honouring the half-slot rule, and returns the tile's metadata byte.
-inline uint32_t FetchTile(const TileRowAddresses& row, const ZpakConfig& config,
-                          const PlaneSource& data, const PlaneSource& meta, uint64_t column,
-                          uint8_t* stored) {
+// Where a tile of the row starts in its data plane, honouring the half-slot
+// rule, and its metadata byte.
+struct TileLocation {
+  uint64_t offset;
+  uint32_t metadataByte;
+};
+
+inline TileLocation LocateTile(const TileRowAddresses& row, const ZpakConfig& config,
+                               const PlaneSource& meta, uint64_t column) {
   const uint64_t slot = SlotAt(row, column);
   const uint32_t metadataByte = FetchMetadataByte(meta, MetaOffsetAt(row, column));
-  FetchStoredBytes<kSlotBytes>(data, TileByteOffset(slot, metadataByte, config), stored);
-  return metadataByte;
+  return TileLocation{TileByteOffset(slot, metadataByte, config), metadataByte};
 }
 
-// True when the frame's tiles of the context's current plane go through a
-// specialised kernel: a configured plane, tiles that are decoded (not taken
-// as uncompressed by the alternative addressing) and a kernel that is not the
-// general decoder.
+// True when the frame's tiles of the context's current plane go through the
+// kernel table: a configured plane, tiles that are decoded (not taken as
+// uncompressed by the alternative addressing) and a table rather than the
+// general decoder (null).
 inline bool UsesTileKernel(const ZpakContext& context, const ZpakConfig& config,
-                           TileKernel kernel, TileKind* kind) {
-  return kernel != TileKernel::kExact && config.altAddressing == 0 &&
-         FindTileKind(context, kind);
+                           const TileDecodeKernels* kernels, TileKind* kind) {
+  return kernels != nullptr && config.altAddressing == 0 && FindTileKind(context, kind);
 }
 
-// Expands one fetched tile (raw or compressed, as its metadata byte says)
-// into raster rows `pitch` bytes apart.
-inline void ExpandTile(TileKernel kernel, TileKind kind, uint32_t metadataByte,
-                       const uint8_t* padded, uint8_t* out, uint64_t pitch) {
-  if (IsRawTile(kind, metadataByte)) {
-    ExpandRawTile(kind, padded, out, pitch);
-  } else {
-    DecodeCompressedTile(kernel, kind, padded, out, pitch);
+// Expands the tile whose stored bytes start `at.offset` bytes into `data`
+// (raw or compressed, as its metadata byte says) into raster rows `pitch`
+// bytes apart. The bytes are read where they lie when every byte a kernel
+// may read is inside the loaded frame; otherwise, and for a stream that runs
+// past the staged bytes (a corrupt one), from `padded`, a copy of the staged
+// bytes followed by zeros as the general decoder sees them. Only the staged
+// part of `padded` is ever written.
+inline void ExpandStoredTile(const TileDecodeKernels& kernels, TileKind kind,
+                             const TileLocation& at, const PlaneSource& data, PaddedTile* padded,
+                             uint8_t* out, uint64_t pitch) {
+  const uint64_t staged = StagedTileBytes(kind);
+  const auto k = static_cast<size_t>(kind);
+  const uint8_t* from = nullptr;
+  const uint64_t inside = BytesAt(data, at.offset, kPaddedTileBytes, &from);
+  if (IsRawTile(kind, at.metadataByte)) {
+    if (inside >= staged) {
+      kernels.expandRaw[k](from, out, pitch);
+      return;
+    }
+    FetchPlaneBytes(data, at.offset, staged, padded->bytes);
+    kernels.expandRaw[k](padded->bytes, out, pitch);
+    return;
   }
+  if (inside == kPaddedTileBytes && kernels.decode[k](from, out, pitch) <= staged * kBitsPerByte) {
+    return;
+  }
+  FetchPlaneBytes(data, at.offset, staged, padded->bytes);
+  kernels.decode[k](padded->bytes, out, pitch);
 }
 
 }  // namespace pelcast

@@ -7,8 +7,8 @@
 // or v - above in a raw group, then s = above + D.
 //
 // Compiled for every x86-64 build; the functions carry their own target so
-// the rest of the program stays baseline, and they run only after
-// TileKernelAvailable has found AVX2 and BMI2.
+// the rest of the program stays baseline, and they run only from the table
+// of the avx2 kernel set (common/cpu.h).
 #if defined(__x86_64__)
 
 #include <immintrin.h>
@@ -102,8 +102,9 @@ PELCAST_AVX2 inline __m256i BroadcastLastWord(__m256i v) {
 // and raw flags follow by vector compares, and the bit position of every
 // field set by one prefix sum, so the residual reads do not wait on each
 // other.
+// Returns the bit position after the last residual.
 template <uint32_t S>
-PELCAST_AVX2 inline void ReadGroups(const uint8_t* padded, uint64_t codes,
+PELCAST_AVX2 inline uint64_t ReadGroups(const uint8_t* padded, uint64_t codes,
                                     const PositionTable& table, GroupVectors* v) {
   constexpr uint32_t kFields = kGroups * S;
   alignas(32) uint8_t code[kFieldSlots];
@@ -164,6 +165,7 @@ PELCAST_AVX2 inline void ReadGroups(const uint8_t* padded, uint64_t codes,
     _mm256_store_si256(reinterpret_cast<__m256i*>(v->raw[g]),
                        _mm256_and_si256(_mm256_cvtepi8_epi64(_mm_cvtsi32_si128(flags)), keep));
   }
+  return uint64_t{byteAt[kFields]} * 8 + bitAt[kFields];
 }
 
 // Lane 3 of every series (the last D of a group) in all four of its lanes.
@@ -304,22 +306,25 @@ PELCAST_AVX2 inline uint64_t ReadHeader(const uint8_t* padded, TileFields* f) {
 }
 
 template <TileKind K>
-PELCAST_AVX2 void DecodeKind(const uint8_t* padded, uint8_t* out, uint64_t pitch) {
+PELCAST_AVX2 uint32_t DecodeKind(const uint8_t* stream, uint8_t* out, uint64_t pitch) {
   TileFields f;
-  const uint64_t codes = ReadHeader<K>(padded, &f);
+  const uint64_t codes = ReadHeader<K>(stream, &f);
+  if (CodesAllZero(stream, codes, f.series)) {
+    StoreConstantTile<K>(f, out, pitch);
+    return ConstantStreamBits(codes, f.series);
+  }
   const auto& tables = kPositionTables[static_cast<int>(K)];
   GroupVectors v;
+  uint64_t end;
   if (f.series == kMaxSeries) {
-    ReadGroups<kMaxSeries>(padded, codes, tables[1][f.colourFlag], &v);
+    end = ReadGroups<kMaxSeries>(stream, codes, tables[1][f.colourFlag], &v);
   } else {
-    ReadGroups<kMaxSeries - 1>(padded, codes, tables[0][f.colourFlag], &v);
+    end = ReadGroups<kMaxSeries - 1>(stream, codes, tables[0][f.colourFlag], &v);
   }
   __m256i above[kGroupsPerRow];
   const __m256i base = _mm256_setr_epi64x(
-      static_cast<int64_t>(0x0001000100010001ull * f.base[0]),
-      static_cast<int64_t>(0x0001000100010001ull * f.base[1]),
-      static_cast<int64_t>(0x0001000100010001ull * f.base[2]),
-      static_cast<int64_t>(0x0001000100010001ull * f.base[3]));
+      static_cast<int64_t>(kEveryWord * f.base[0]), static_cast<int64_t>(kEveryWord * f.base[1]),
+      static_cast<int64_t>(kEveryWord * f.base[2]), static_cast<int64_t>(kEveryWord * f.base[3]));
   for (auto& a : above) a = base;
   for (uint32_t y = 0; y < kBlockRows; ++y) {
     ReconstructRow(v, y, above);
@@ -333,26 +338,25 @@ PELCAST_AVX2 void DecodeKind(const uint8_t* padded, uint8_t* out, uint64_t pitch
       StoreRgb565Row(f, above, out, pitch, y);
     }
   }
+  return static_cast<uint32_t>(end);
 }
 
 }  // namespace
 
-PELCAST_AVX2 void DecodeCompressedTileAvx2(TileKind kind, const uint8_t* padded, uint8_t* out,
-                                           uint64_t pitch) {
-  switch (kind) {
-    case TileKind::kRgba8888:
-      DecodeKind<TileKind::kRgba8888>(padded, out, pitch);
-      break;
-    case TileKind::kNv12Luma:
-      DecodeKind<TileKind::kNv12Luma>(padded, out, pitch);
-      break;
-    case TileKind::kNv12Chroma:
-      DecodeKind<TileKind::kNv12Chroma>(padded, out, pitch);
-      break;
-    case TileKind::kRgb565:
-      DecodeKind<TileKind::kRgb565>(padded, out, pitch);
-      break;
-  }
+PELCAST_AVX2 uint32_t DecodeRgba8888Avx2(const uint8_t* stream, uint8_t* out, uint64_t pitch) {
+  return DecodeKind<TileKind::kRgba8888>(stream, out, pitch);
+}
+
+PELCAST_AVX2 uint32_t DecodeLumaAvx2(const uint8_t* stream, uint8_t* out, uint64_t pitch) {
+  return DecodeKind<TileKind::kNv12Luma>(stream, out, pitch);
+}
+
+PELCAST_AVX2 uint32_t DecodeChromaAvx2(const uint8_t* stream, uint8_t* out, uint64_t pitch) {
+  return DecodeKind<TileKind::kNv12Chroma>(stream, out, pitch);
+}
+
+PELCAST_AVX2 uint32_t DecodeRgb565Avx2(const uint8_t* stream, uint8_t* out, uint64_t pitch) {
+  return DecodeKind<TileKind::kRgb565>(stream, out, pitch);
 }
 
 }  // namespace pelcast::tile_kernels_detail

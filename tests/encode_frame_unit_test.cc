@@ -128,12 +128,12 @@ TEST(FrameEncoder, RgbaAndRgb565FramesRoundTripThroughEveryKernel) {
     ZpakConfig config = FrameConfig(format, g, c.w, c.h, compressed.data(), linear.data());
     config.swizzleEnable = c.swizzle;
     RunEncoder(MakeContext(ContextFormatOf(format)).get(), config);
-    for (TileKernel kernel : AllTileKernels()) {
+    for (const TileDecodeKernels* kernel : AllTileKernels()) {
       Bytes out(g.outputSize, 0);
       config.linearY = out.data();
       RunDecoder(MakeContext(ContextFormatOf(format)).get(), config, kernel);
       EXPECT_EQ(out, linear) << c.w << " x " << c.h << (c.rgb565 ? " RGB565 " : " RGBA8888 ")
-                             << (c.corpus ? c.corpus : "") << " kernel " << int(kernel);
+                             << (c.corpus ? c.corpus : "") << " kernel " << KernelName(kernel);
     }
   }
 }
