@@ -88,6 +88,8 @@ uint64_t DecodeRgba8888Frame(ZpakContext* context, const ZpakConfig& config,
         for (uint64_t tr = macroRow; tr < rowEnd; ++tr) {
           uint8_t* outRow = config.linearY + (kRgbaWalk.tileHeight * tr - origin) * pitch;
           for (uint64_t tc = macroColumn; tc < columnEnd; ++tc) {
+            // The same tile of the next macro tile, 16 tiles ahead.
+            PrefetchSlot(data, SlotAt(addresses[tr - macroRow], tc + 3 * kTilesPerMacroSide));
             const TileLocation at = LocateTile(addresses[tr - macroRow], config, meta, tc);
             ExpandStoredTile(*kernels, kind, at, data, &padded,
                              outRow + kRgbaWalk.tileRowBytes * tc, pitch);
@@ -129,6 +131,9 @@ struct Nv12PlaneWalk {
   uint64_t origin;  // plane row that lands on the output's first row
 };
 
+// Tiles a walk along a tile row asks the cache for ahead of decoding them.
+constexpr uint64_t kPrefetchTiles = 8;
+
 // Tiles inside the plane are expanded in place; the ones the right or
 // bottom edge cuts go through a tile buffer and the clipped copy.
 void DecodeNv12PlaneWithKernel(ZpakContext* context, const ZpakConfig& config,
@@ -143,6 +148,7 @@ void DecodeNv12PlaneWithKernel(ZpakContext* context, const ZpakConfig& config,
     const bool wholeRows = row + walk.tileHeight <= rowLimit;
     const TileRowAddresses addresses = RowAddresses(context->addressTables, tr);
     for (uint64_t tc = 0; tc < plane.tilesPerRow; ++tc) {
+      PrefetchSlot(plane.data, SlotAt(addresses, tc + kPrefetchTiles));
       const TileLocation at = LocateTile(addresses, config, plane.meta, tc);
       const uint64_t column = walk.tileRowBytes * tc;
       if (wholeRows && column + walk.tileRowBytes <= plane.columnLimit) {

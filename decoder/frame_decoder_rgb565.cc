@@ -87,6 +87,9 @@ void DecodeHalvesExactly(ZpakContext* context, const ZpakConfig& config, const R
   }
 }
 
+// Tiles (pairs of halves) a walk asks the cache for ahead of decoding them.
+constexpr uint64_t kPrefetchTiles = 4;
+
 // Half tiles inside the plane are expanded in place, the ones the edges cut
 // through a tile buffer and the clipped copy. A half tile's 128 stored bytes
 // are followed by zeros, as in the general walk's tile buffer.
@@ -100,6 +103,7 @@ void DecodeHalvesWithKernel(ZpakContext* context, const ZpakConfig& config, cons
     const bool wholeRows = row + kTileRows <= walk.height - walk.origin;
     const TileRowAddresses addresses = RowAddresses(tables, tr);
     for (uint64_t tc = 0; tc < walk.tilesPerRow; ++tc) {
+      PrefetchSlot(walk.data, SlotAt(addresses, tc + kPrefetchTiles));
       const uint64_t slot = SlotAt(addresses, tc);
       for (uint64_t half = 0; half < kHalvesPerTile; ++half) {
         const TileLocation at{

@@ -153,25 +153,20 @@ inline constexpr int32_t kRgb565SampleBits = 5;
 inline constexpr uint32_t kGreenShift = 5;
 inline constexpr uint32_t kRedShift = 11;
 
-// Fills `rows` rows of `rowBytes` bytes (a multiple of 8) with `pattern`
-// repeated, least significant byte first.
-inline void FillRows(uint8_t* out, uint64_t pitch, uint32_t rows, uint32_t rowBytes,
-                     uint64_t pattern) {
-  for (uint32_t y = 0; y < rows; ++y) {
-    for (uint32_t x = 0; x < rowBytes; x += sizeof pattern) {
-      std::memcpy(out + y * pitch + x, &pattern, sizeof pattern);
-    }
-  }
-}
-
 constexpr uint64_t kEveryByte = 0x0101010101010101ull;
 constexpr uint64_t kEveryWord = 0x0001000100010001ull;
 constexpr uint64_t kEveryDword = 0x0000000100000001ull;
 
-// The raster rows of a tile whose codes are all 0: every sample of a series
-// is its base value.
+// The rows of a tile whose codes are all 0, where every sample of a series
+// is its base value: bytes 0-15 of a row repeat the 8 bytes `left`, bytes
+// 16-31 the 8 bytes `right` (and an RGBA8888 row's bytes 32-63 repeat its
+// bytes 0-31); rows 0-3 take the `top` pair, rows 4-7 (NV12) the `bottom`.
+struct ConstantRows {
+  uint64_t topLeft, topRight, bottomLeft, bottomRight;
+};
+
 template <TileKind K>
-inline void StoreConstantTile(const TileFields& f, uint8_t* out, uint64_t pitch) {
+inline ConstantRows ConstantRowsOf(const TileFields& f) {
   if constexpr (K == TileKind::kRgba8888) {
     uint32_t first = f.base[0], second = f.base[1], third = f.base[2];
     if (f.colourFlag != 0) {
@@ -180,22 +175,18 @@ inline void StoreConstantTile(const TileFields& f, uint8_t* out, uint64_t pitch)
       second = static_cast<uint32_t>(c.second);
       third = static_cast<uint32_t>(c.third);
     }
-    const uint32_t pixel = (first & 0xFF) | (second & 0xFF) << 8 | (third & 0xFF) << 16 |
+    const uint64_t pixel = (first & 0xFF) | (second & 0xFF) << 8 | (third & 0xFF) << 16 |
                            uint32_t{f.base[3] & 0xFFu} << 24;
-    FillRows(out, pitch, kBlockRows, 4 * kBlockColumns, pixel * kEveryDword);
+    return {pixel * kEveryDword, pixel * kEveryDword, 0, 0};
   } else if constexpr (K == TileKind::kNv12Luma) {
     // Blocks top-left, top-right, bottom-left, bottom-right.
-    for (uint32_t b = 0; b < kMaxSeries; ++b) {
-      FillRows(out + kBlockRows * (b >> 1) * pitch + kBlockColumns * (b & 1), pitch, kBlockRows,
-               kBlockColumns, (f.base[b] & 0xFFu) * kEveryByte);
-    }
+    return {(f.base[0] & 0xFFu) * kEveryByte, (f.base[1] & 0xFFu) * kEveryByte,
+            (f.base[2] & 0xFFu) * kEveryByte, (f.base[3] & 0xFFu) * kEveryByte};
   } else if constexpr (K == TileKind::kNv12Chroma) {
     // Block 0's U and V above block 1's.
-    for (uint32_t b = 0; b < 2; ++b) {
-      const uint64_t pair = (f.base[2 * b] & 0xFFu) | (f.base[2 * b + 1] & 0xFFu) << 8;
-      FillRows(out + kBlockRows * b * pitch, pitch, kBlockRows, 2 * kBlockColumns,
-               pair * kEveryWord);
-    }
+    const uint64_t top = ((f.base[0] & 0xFFu) | (f.base[1] & 0xFFu) << 8) * kEveryWord;
+    const uint64_t bottom = ((f.base[2] & 0xFFu) | (f.base[3] & 0xFFu) << 8) * kEveryWord;
+    return {top, top, bottom, bottom};
   } else {
     uint32_t c0 = f.base[0], c1 = f.base[1], c2 = f.base[2];
     if (f.colourFlag != 0) {
@@ -204,8 +195,31 @@ inline void StoreConstantTile(const TileFields& f, uint8_t* out, uint64_t pitch)
       c1 = static_cast<uint32_t>(c.second);
       c2 = static_cast<uint32_t>(c.third);
     }
-    const uint64_t pixel = (c0 + (c1 << kGreenShift) + (c2 << kRedShift)) & 0xFFFFu;
-    FillRows(out, pitch, kBlockRows, 2 * kBlockColumns, pixel * kEveryWord);
+    const uint64_t pixel = ((c0 + (c1 << kGreenShift) + (c2 << kRedShift)) & 0xFFFFu) * kEveryWord;
+    return {pixel, pixel, 0, 0};
+  }
+}
+
+// Rows a tile of the kind has, and bytes in one.
+template <TileKind K>
+inline constexpr uint32_t kTileRowsOf = K == TileKind::kNv12Luma || K == TileKind::kNv12Chroma
+                                            ? 2 * kBlockRows
+                                            : kBlockRows;
+template <TileKind K>
+inline constexpr uint32_t kRowBytesOf = K == TileKind::kRgba8888 ? 4 * kBlockColumns
+                                                                 : 2 * kBlockColumns;
+
+// The plain store of a constant tile, 8 bytes at a time.
+template <TileKind K>
+inline void StoreConstantTile(const TileFields& f, uint8_t* out, uint64_t pitch) {
+  const ConstantRows c = ConstantRowsOf<K>(f);
+  for (uint32_t y = 0; y < kTileRowsOf<K>; ++y) {
+    const uint64_t left = y < kBlockRows ? c.topLeft : c.bottomLeft;
+    const uint64_t right = y < kBlockRows ? c.topRight : c.bottomRight;
+    for (uint32_t x = 0; x < kRowBytesOf<K>; x += sizeof(uint64_t)) {
+      const uint64_t pattern = (x / 16) % 2 == 0 ? left : right;
+      std::memcpy(out + y * pitch + x, &pattern, sizeof pattern);
+    }
   }
 }
 

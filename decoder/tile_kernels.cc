@@ -231,7 +231,7 @@ constexpr TileDecodeKernels kPlainKernels = {
 constexpr TileDecodeKernels kAvx2Kernels = {
     "avx2",
     {DecodeRgba8888Avx2, DecodeLumaAvx2, DecodeChromaAvx2, DecodeRgb565Avx2},
-    {ExpandRaw<4, 16, 4>, ExpandRaw<1, 32, 8>, ExpandRaw<2, 16, 8>, ExpandRaw<2, 16, 4>},
+    {ExpandRawRgba8888Avx2, ExpandRawLumaAvx2, ExpandRawChromaAvx2, ExpandRawRgb565Avx2},
 };
 #endif
 #if defined(__aarch64__)

@@ -113,6 +113,10 @@ uint32_t DecodeRgba8888Avx2(const uint8_t* stream, uint8_t* out, uint64_t pitch)
 uint32_t DecodeLumaAvx2(const uint8_t* stream, uint8_t* out, uint64_t pitch);
 uint32_t DecodeChromaAvx2(const uint8_t* stream, uint8_t* out, uint64_t pitch);
 uint32_t DecodeRgb565Avx2(const uint8_t* stream, uint8_t* out, uint64_t pitch);
+void ExpandRawRgba8888Avx2(const uint8_t* stored, uint8_t* out, uint64_t pitch);
+void ExpandRawLumaAvx2(const uint8_t* stored, uint8_t* out, uint64_t pitch);
+void ExpandRawChromaAvx2(const uint8_t* stored, uint8_t* out, uint64_t pitch);
+void ExpandRawRgb565Avx2(const uint8_t* stored, uint8_t* out, uint64_t pitch);
 uint32_t DecodeRgba8888Neon(const uint8_t* stream, uint8_t* out, uint64_t pitch);
 uint32_t DecodeLumaNeon(const uint8_t* stream, uint8_t* out, uint64_t pitch);
 uint32_t DecodeChromaNeon(const uint8_t* stream, uint8_t* out, uint64_t pitch);
