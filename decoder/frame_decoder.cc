@@ -27,6 +27,11 @@ constexpr PlaneWalk kRgbaWalk{16, 4, 64, 4};
 constexpr PlaneWalk kLumaWalk{32, 8, 32, 1};
 constexpr PlaneWalk kChromaWalk{32, 8, 32, 2};
 
+// Tiles (macro tiles of a walk by macro tiles) a walk asks the cache for
+// ahead of decoding them.
+constexpr uint64_t kPrefetchTiles = 8;
+constexpr uint64_t kPrefetchMacroTiles = 3;
+
 // Builds (or reuses) the slot and metadata tables of the surface.
 void PrepareTables(ZpakContext* context, const ZpakConfig& config, PlaneFormat format) {
   const TileGridLayout layout =
@@ -88,8 +93,10 @@ uint64_t DecodeRgba8888Frame(ZpakContext* context, const ZpakConfig& config,
         for (uint64_t tr = macroRow; tr < rowEnd; ++tr) {
           uint8_t* outRow = config.linearY + (kRgbaWalk.tileHeight * tr - origin) * pitch;
           for (uint64_t tc = macroColumn; tc < columnEnd; ++tc) {
-            // The same tile of the next macro tile, 16 tiles ahead.
-            PrefetchSlot(data, SlotAt(addresses[tr - macroRow], tc + 3 * kTilesPerMacroSide));
+            // The same tile of a macro tile ahead.
+            PrefetchAhead(addresses[tr - macroRow], config, data, meta,
+                          tc + kPrefetchMacroTiles * kTilesPerMacroSide,
+                          tc + 2 * kPrefetchMacroTiles * kTilesPerMacroSide);
             const TileLocation at = LocateTile(addresses[tr - macroRow], config, meta, tc);
             ExpandStoredTile(*kernels, kind, at, data, &padded,
                              outRow + kRgbaWalk.tileRowBytes * tc, pitch);
@@ -131,9 +138,6 @@ struct Nv12PlaneWalk {
   uint64_t origin;  // plane row that lands on the output's first row
 };
 
-// Tiles a walk along a tile row asks the cache for ahead of decoding them.
-constexpr uint64_t kPrefetchTiles = 8;
-
 // Tiles inside the plane are expanded in place; the ones the right or
 // bottom edge cuts go through a tile buffer and the clipped copy.
 void DecodeNv12PlaneWithKernel(ZpakContext* context, const ZpakConfig& config,
@@ -148,7 +152,8 @@ void DecodeNv12PlaneWithKernel(ZpakContext* context, const ZpakConfig& config,
     const bool wholeRows = row + walk.tileHeight <= rowLimit;
     const TileRowAddresses addresses = RowAddresses(context->addressTables, tr);
     for (uint64_t tc = 0; tc < plane.tilesPerRow; ++tc) {
-      PrefetchSlot(plane.data, SlotAt(addresses, tc + kPrefetchTiles));
+      PrefetchAhead(addresses, config, plane.data, plane.meta, tc + kPrefetchTiles,
+                    tc + 2 * kPrefetchTiles);
       const TileLocation at = LocateTile(addresses, config, plane.meta, tc);
       const uint64_t column = walk.tileRowBytes * tc;
       if (wholeRows && column + walk.tileRowBytes <= plane.columnLimit) {

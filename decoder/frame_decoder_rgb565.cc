@@ -103,7 +103,8 @@ void DecodeHalvesWithKernel(ZpakContext* context, const ZpakConfig& config, cons
     const bool wholeRows = row + kTileRows <= walk.height - walk.origin;
     const TileRowAddresses addresses = RowAddresses(tables, tr);
     for (uint64_t tc = 0; tc < walk.tilesPerRow; ++tc) {
-      PrefetchSlot(walk.data, SlotAt(addresses, tc + kPrefetchTiles));
+      PrefetchBytes(walk.data, SlotAt(addresses, tc + kPrefetchTiles) * kSlotBytes, kSlotBytes);
+      PrefetchBytes(walk.meta, MetaOffsetAt(addresses, kHalvesPerTile * (tc + kPrefetchTiles)), 2);
       const uint64_t slot = SlotAt(addresses, tc);
       for (uint64_t half = 0; half < kHalvesPerTile; ++half) {
         const TileLocation at{

@@ -160,18 +160,16 @@ inline uint64_t MetaOffsetAt(const TileRowAddresses& a, uint64_t column) {
   return column < a.metaColumns ? a.metaRowBase + MetaByteOffset(0, column, 0) : 0;
 }
 
-// Asks for the slot of a tile that will be decoded soon to be brought into
-// the cache: the slot walk of a frame jumps within and between macro tiles
-// in a way the processor's own prefetchers do not follow.
-inline void PrefetchSlot(const PlaneSource& data, uint64_t slot) {
+// Asks for `count` bytes from `offset` of a plane to be brought into the
+// cache, when they are loaded.
+inline void PrefetchBytes(const PlaneSource& source, uint64_t offset, uint64_t count) {
   constexpr uint64_t kLineBytes = 64;
-  const uint64_t offset = slot * kSlotBytes;
-  if (offset < data.origin || offset - data.origin >= data.loaded ||
-      data.loaded - (offset - data.origin) < kSlotBytes) {
+  if (offset < source.origin || offset - source.origin >= source.loaded ||
+      source.loaded - (offset - source.origin) < count) {
     return;
   }
-  const uint8_t* at = data.base + (offset - data.origin);
-  for (uint64_t line = 0; line < kSlotBytes; line += kLineBytes) __builtin_prefetch(at + line);
+  const uint8_t* at = source.base + (offset - source.origin);
+  for (uint64_t line = 0; line < count; line += kLineBytes) __builtin_prefetch(at + line);
 }
 
 // Where a tile of the row starts in its data plane, honouring the half-slot
@@ -186,6 +184,23 @@ inline TileLocation LocateTile(const TileRowAddresses& row, const ZpakConfig& co
   const uint64_t slot = SlotAt(row, column);
   const uint32_t metadataByte = FetchMetadataByte(meta, MetaOffsetAt(row, column));
   return TileLocation{TileByteOffset(slot, metadataByte, config), metadataByte};
+}
+
+// Asks for what tiles ahead of the walk will read, so that their loads do
+// not wait: the stored bytes of the tile at `column`, as far as its metadata
+// byte says they reach, and the metadata byte of the tile at `metaColumn`,
+// further ahead, which the stored bytes cannot even be addressed without. The
+// walk jumps within and between macro tiles and metadata tiles in ways the
+// processor's own prefetchers do not follow.
+inline void PrefetchAhead(const TileRowAddresses& row, const ZpakConfig& config,
+                          const PlaneSource& data, const PlaneSource& meta, uint64_t column,
+                          uint64_t metaColumn) {
+  PrefetchBytes(meta, MetaOffsetAt(row, metaColumn), 1);
+  const TileLocation at = LocateTile(row, config, meta, column);
+  const int64_t units = UnitsOfMetadata(at.metadataByte, false);
+  const uint64_t reach =
+      units >= 1 && units <= kRawTileUnits ? StoredBytesForUnits(units) : kSlotBytes;
+  PrefetchBytes(data, at.offset, reach);
 }
 
 // True when the frame's tiles of the context's current plane go through the
