@@ -30,7 +30,7 @@ constexpr PlaneWalk kChromaWalk{32, 8, 32, 2};
 // Tiles (macro tiles of a walk by macro tiles) a walk asks the cache for
 // ahead of decoding them.
 constexpr uint64_t kPrefetchTiles = 8;
-constexpr uint64_t kPrefetchMacroTiles = 3;
+constexpr uint64_t kPrefetchMacroTiles = 2;
 
 // Builds (or reuses) the slot and metadata tables of the surface.
 void PrepareTables(ZpakContext* context, const ZpakConfig& config, PlaneFormat format) {
@@ -97,6 +97,11 @@ uint64_t DecodeRgba8888Frame(ZpakContext* context, const ZpakConfig& config,
             PrefetchAhead(addresses[tr - macroRow], config, data, meta,
                           tc + kPrefetchMacroTiles * kTilesPerMacroSide,
                           tc + 2 * kPrefetchMacroTiles * kTilesPerMacroSide);
+            if (tc + kPrefetchMacroTiles * kTilesPerMacroSide < tilesPerRow) {
+              PrefetchRows(
+                  outRow + kRgbaWalk.tileRowBytes * (tc + kPrefetchMacroTiles * kTilesPerMacroSide),
+                  pitch, kRgbaWalk.tileHeight, kRgbaWalk.tileRowBytes);
+            }
             const TileLocation at = LocateTile(addresses[tr - macroRow], config, meta, tc);
             ExpandStoredTile(*kernels, kind, at, data, &padded,
                              outRow + kRgbaWalk.tileRowBytes * tc, pitch);
@@ -154,6 +159,10 @@ void DecodeNv12PlaneWithKernel(ZpakContext* context, const ZpakConfig& config,
     for (uint64_t tc = 0; tc < plane.tilesPerRow; ++tc) {
       PrefetchAhead(addresses, config, plane.data, plane.meta, tc + kPrefetchTiles,
                     tc + 2 * kPrefetchTiles);
+      if (wholeRows && walk.tileRowBytes * (tc + kPrefetchTiles + 1) <= plane.columnLimit) {
+        PrefetchRows(plane.output + row * plane.pitch + walk.tileRowBytes * (tc + kPrefetchTiles),
+                     plane.pitch, walk.tileHeight, walk.tileRowBytes);
+      }
       const TileLocation at = LocateTile(addresses, config, plane.meta, tc);
       const uint64_t column = walk.tileRowBytes * tc;
       if (wholeRows && column + walk.tileRowBytes <= plane.columnLimit) {

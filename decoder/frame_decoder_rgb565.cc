@@ -88,7 +88,7 @@ void DecodeHalvesExactly(ZpakContext* context, const ZpakConfig& config, const R
 }
 
 // Tiles (pairs of halves) a walk asks the cache for ahead of decoding them.
-constexpr uint64_t kPrefetchTiles = 4;
+constexpr uint64_t kPrefetchTiles = 8;
 
 // Half tiles inside the plane are expanded in place, the ones the edges cut
 // through a tile buffer and the clipped copy. A half tile's 128 stored bytes
@@ -105,6 +105,11 @@ void DecodeHalvesWithKernel(ZpakContext* context, const ZpakConfig& config, cons
     for (uint64_t tc = 0; tc < walk.tilesPerRow; ++tc) {
       PrefetchBytes(walk.data, SlotAt(addresses, tc + kPrefetchTiles) * kSlotBytes, kSlotBytes);
       PrefetchBytes(walk.meta, MetaOffsetAt(addresses, kHalvesPerTile * (tc + kPrefetchTiles)), 2);
+      const uint64_t aheadColumn = kHalvesPerTile * kHalfTileRowBytes * (tc + kPrefetchTiles);
+      if (wholeRows && aheadColumn + kHalvesPerTile * kHalfTileRowBytes <= walk.pitch) {
+        PrefetchRows(config.linearY + row * walk.pitch + aheadColumn, walk.pitch, kTileRows,
+                     kHalvesPerTile * kHalfTileRowBytes);
+      }
       const uint64_t slot = SlotAt(addresses, tc);
       for (uint64_t half = 0; half < kHalvesPerTile; ++half) {
         const TileLocation at{

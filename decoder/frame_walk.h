@@ -161,8 +161,10 @@ inline uint64_t MetaOffsetAt(const TileRowAddresses& a, uint64_t column) {
 }
 
 // Asks for `count` bytes from `offset` of a plane to be brought into the
-// cache, when they are loaded.
-inline void PrefetchBytes(const PlaneSource& source, uint64_t offset, uint64_t count) {
+// cache, when they are loaded. Inlined always: a call of a function that
+// only prefetches counts as free of effects and would be dropped.
+[[gnu::always_inline]] inline void PrefetchBytes(const PlaneSource& source, uint64_t offset,
+                                                 uint64_t count) {
   constexpr uint64_t kLineBytes = 64;
   if (offset < source.origin || offset - source.origin >= source.loaded ||
       source.loaded - (offset - source.origin) < count) {
@@ -170,6 +172,20 @@ inline void PrefetchBytes(const PlaneSource& source, uint64_t offset, uint64_t c
   }
   const uint8_t* at = source.base + (offset - source.origin);
   for (uint64_t line = 0; line < count; line += kLineBytes) __builtin_prefetch(at + line);
+}
+
+// Asks for the rows a tile ahead will be written to, for writing: a frame
+// larger than the cache is otherwise read row line by row line as the tiles
+// store to it.
+[[gnu::always_inline]] inline void PrefetchRows(uint8_t* first, uint64_t pitch, uint64_t rows,
+                                                uint64_t rowBytes) {
+  constexpr uint64_t kLineBytes = 64;
+  constexpr int kForWriting = 1;
+  for (uint64_t y = 0; y < rows; ++y) {
+    for (uint64_t x = 0; x < rowBytes; x += kLineBytes) {
+      __builtin_prefetch(first + y * pitch + x, kForWriting);
+    }
+  }
 }
 
 // Where a tile of the row starts in its data plane, honouring the half-slot
@@ -192,9 +208,10 @@ inline TileLocation LocateTile(const TileRowAddresses& row, const ZpakConfig& co
 // further ahead, which the stored bytes cannot even be addressed without. The
 // walk jumps within and between macro tiles and metadata tiles in ways the
 // processor's own prefetchers do not follow.
-inline void PrefetchAhead(const TileRowAddresses& row, const ZpakConfig& config,
-                          const PlaneSource& data, const PlaneSource& meta, uint64_t column,
-                          uint64_t metaColumn) {
+[[gnu::always_inline]] inline void PrefetchAhead(const TileRowAddresses& row,
+                                                 const ZpakConfig& config, const PlaneSource& data,
+                                                 const PlaneSource& meta, uint64_t column,
+                                                 uint64_t metaColumn) {
   PrefetchBytes(meta, MetaOffsetAt(row, metaColumn), 1);
   const TileLocation at = LocateTile(row, config, meta, column);
   const int64_t units = UnitsOfMetadata(at.metadataByte, false);
