@@ -56,6 +56,8 @@ const char* pelcast_status_string(pelcast_status status) {
       return "out of memory";
     case PELCAST_ERROR_UNSUPPORTED_SIZE:
       return "the surface cannot hold every pixel of this size";
+    default:
+      break;
   }
   return "unknown status";
 }

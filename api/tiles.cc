@@ -61,8 +61,9 @@ bool PlaneTilesOf(const FrameLayout& layout, uint32_t plane, PlaneTiles* tiles) 
                           rgb565 ? kRgb565HalfBytes : kSlotBytes};
       return true;
     }
+    default:
+      return false;
   }
-  return false;
 }
 
 // The stored bytes from `offset` on, and zeros past the end of the frame.

@@ -62,7 +62,10 @@ typedef enum {
   PELCAST_FORMAT_RGBA8888 = 2,
   /* One plane of little-endian 16-bit pixels: R in bits 15-11, G in 10-5,
    * B in 4-0. */
-  PELCAST_FORMAT_RGB565 = 3
+  PELCAST_FORMAT_RGB565 = 3,
+  /* Not a format: makes the type 32 bits wide, so any value a caller
+   * passes is one the library can refuse. */
+  PELCAST_FORMAT_MAX_ENUM = 0x7FFFFFFF
 } pelcast_format;
 
 typedef enum {
@@ -79,7 +82,9 @@ typedef enum {
   /* The surface cannot hold every pixel of an image of this size: an RGB565
    * surface whose width is 1 more than a multiple of 128 has a row stride
    * that drops the last pixel column. */
-  PELCAST_ERROR_UNSUPPORTED_SIZE = -5
+  PELCAST_ERROR_UNSUPPORTED_SIZE = -5,
+  /* Not a status: makes the type 32 bits wide. */
+  PELCAST_STATUS_MAX_ENUM = 0x7FFFFFFF
 } pelcast_status;
 
 /* A short English description of `status` ("ok", "invalid argument", ...);
