@@ -114,6 +114,8 @@ std::string UsageText() {
 
 std::string CorpusDir() { return PELCAST_CORPUS_DIR; }
 
+std::string TestDataDir() { return PELCAST_TEST_DATA_DIR; }
+
 uint64_t SlotOf(uint64_t row, uint64_t column, uint64_t macroTilesPerRow) {
   return 16 * ((row / 4) * macroTilesPerRow + column / 4) + kSlotOrder[4 * (row % 4) + column % 4];
 }
