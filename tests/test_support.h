@@ -43,9 +43,6 @@ Bytes RandomBytes(size_t count, uint32_t seed);
 // The five-line usage text exactly as the tool prints it.
 std::string UsageText();
 
-// Directory of the shared real-content frames.
-std::string CorpusDir();
-
 // Directory of the committed real-content test frames (tests/data).
 std::string TestDataDir();
 
