@@ -43,8 +43,9 @@ TEST(EncodeCommands, RealContentRoundTripsThroughTheDecodeCommands) {
     const std::string w = std::to_string(c.w), h = std::to_string(c.h);
     const Bytes original = ReadFile(source);
     const bool rgba = c.encode[0] == 'H';
-    const size_t linearBytes = rgba ? size_t(4) * c.w * c.h
-                                    : size_t(c.w) * c.h + 2 * size_t((c.w + 1) / 2) * ((c.h + 1) / 2);
+    const size_t linearBytes =
+        rgba ? size_t(4) * c.w * c.h
+             : size_t(c.w) * c.h + 2 * size_t((c.w + 1) / 2) * ((c.h + 1) / 2);
     const size_t writtenBytes = rgba ? linearBytes : size_t(c.w) * c.h * 3 / 2;
     ASSERT_EQ(original.size() % linearBytes, 0u) << c.file;
     const size_t frames = original.size() / linearBytes;

@@ -74,7 +74,9 @@ void CutBlocks(const Bytes& file, size_t offset, size_t rowBytes, size_t rows,
   for (size_t y = 0; y + kRows <= rows; y += 17) {
     for (size_t x = 0; x + kWidth <= rowBytes; x += 61) {
       Block b{};
-      for (int r = 0; r < kRows; ++r) std::memcpy(&b[r * kWidth], &plane[(y + r) * rowBytes + x], kWidth);
+      for (int r = 0; r < kRows; ++r) {
+        std::memcpy(&b[r * kWidth], &plane[(y + r) * rowBytes + x], kWidth);
+      }
       blocks->push_back(b);
     }
   }

@@ -53,9 +53,9 @@ struct TestFrame {
   int width, height;
 };
 inline constexpr TestFrame kTestFrames[] = {
-    {"photo-meadow-256x144", 256, 144},    {"photo-mountains-256x144", 256, 144},
-    {"photo-mountains-97x61", 97, 61},     {"screen-messages-256x144", 256, 144},
-    {"screen-player-256x144", 256, 144},   {"screen-navbar-133x75", 133, 75},
+    {"photo-meadow-256x144", 256, 144},  {"photo-mountains-256x144", 256, 144},
+    {"photo-mountains-97x61", 97, 61},   {"screen-messages-256x144", 256, 144},
+    {"screen-player-256x144", 256, 144}, {"screen-navbar-133x75", 133, 75},
 };
 
 // The surface layout, written here from its rules rather than taken from the
