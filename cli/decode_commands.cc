@@ -8,7 +8,7 @@
 
 #include "cli/commands.h"
 #include "cli/decode_session.h"
-#include "cli/file_io.h"
+#include "io/file_io.h"
 #include "surface/frame_config.h"
 #include "surface/plane_geometry.h"
 #include "surface/zpak_context.h"

@@ -11,7 +11,7 @@
 #include <cstring>
 
 #include "cli/commands.h"
-#include "cli/file_io.h"
+#include "io/file_io.h"
 #include "encoder/frame_encoder.h"
 #include "surface/frame_config.h"
 #include "surface/plane_geometry.h"

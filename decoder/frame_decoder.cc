@@ -8,6 +8,7 @@
 #include "decoder/tile_kernels.h"
 #include "surface/surface_grid.h"
 #include "surface/tile_addressing.h"
+#include "surface/tile_format.h"
 
 namespace pelcast {
 namespace {
@@ -25,10 +26,6 @@ struct PlaneWalk {
 constexpr PlaneWalk kRgbaWalk{16, 4, 64, 4};
 constexpr PlaneWalk kLumaWalk{32, 8, 32, 1};
 constexpr PlaneWalk kChromaWalk{32, 8, 32, 2};
-
-uint64_t CeilDiv(uint64_t value, uint64_t divisor) {
-  return value / divisor + (value % divisor != 0 ? 1 : 0);
-}
 
 // Builds (or reuses) the slot and metadata tables of the surface.
 void PrepareTables(ZpakContext* context, const ZpakConfig& config, PlaneFormat format) {
@@ -128,8 +125,8 @@ struct Nv12PlaneWalk {
   uint64_t pitch;
   uint64_t rowLimit;
   uint64_t columnLimit;
-  BandRows band;     // tile rows decoded
-  uint64_t origin;   // plane row that lands on the output's first row
+  BandRows band;    // tile rows decoded
+  uint64_t origin;  // plane row that lands on the output's first row
 };
 
 // Tiles inside the plane are expanded in place; the ones the right or
@@ -205,8 +202,8 @@ uint64_t DecodeNv12Frame(ZpakContext* context, const ZpakConfig& config, TileKer
 
   const PlaneSource yData = MakePlaneSource(config.yDataPlane, config.compressedEnd);
   if (band.plane == kWholeFrame || band.plane == kLumaPlane) {
-    const BandRows rows = band.plane == kWholeFrame ? BandRows{0, tileRows}
-                                                    : ClampBand(band, tileRows);
+    const BandRows rows =
+        band.plane == kWholeFrame ? BandRows{0, tileRows} : ClampBand(band, tileRows);
     PlaneSource data = yData;
     PlaneSource meta = MakePlaneSource(config.yMetaPlane, config.compressedEnd);
     if (window != nullptr) ApplyWindow(*window, &data, &meta);
@@ -228,8 +225,8 @@ uint64_t DecodeNv12Frame(ZpakContext* context, const ZpakConfig& config, TileKer
     // The chroma tiles reuse the luma tables: chroma tile row r is table row r.
     const uint64_t chromaPitch = 2 * ((width + 1) / 2);
     const uint64_t chromaTileRows = (tileRows + 1) / 2;
-    const BandRows rows = band.plane == kWholeFrame ? BandRows{0, chromaTileRows}
-                                                    : ClampBand(band, chromaTileRows);
+    const BandRows rows =
+        band.plane == kWholeFrame ? BandRows{0, chromaTileRows} : ClampBand(band, chromaTileRows);
     uint8_t* output = band.plane == kWholeFrame ? config.linearY + width * height : config.linearY;
     PlaneSource data = OffsetPlaneSource(yData, config.uvDataOffset);
     PlaneSource meta = MakePlaneSource(config.uvMetaPlane, config.compressedEnd);
@@ -285,7 +282,7 @@ uint64_t DecodeZpakFrameBand(ZpakContext* context, const ZpakConfig* config,
 }
 
 bool ZpakBandWindow(ZpakContext* context, const ZpakConfig& config, const TileRowBand& band,
-                        uint64_t metaBytes, BandWindow* window) {
+                    uint64_t metaBytes, BandWindow* window) {
   const bool rgba = config.surfaceFormat == kSurfaceRgba8888;
   if (context == nullptr || (!rgba && config.surfaceFormat != kSurfaceNv12)) return false;
   if (band.plane != kLumaPlane && (rgba || band.plane != kChromaPlane)) return false;

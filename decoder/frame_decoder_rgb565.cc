@@ -12,6 +12,7 @@
 #include "decoder/tile_kernels.h"
 #include "surface/surface_grid.h"
 #include "surface/tile_addressing.h"
+#include "surface/tile_format.h"
 
 namespace pelcast {
 namespace {
@@ -27,10 +28,6 @@ constexpr uint64_t kBytesPerPixel = 2;
 // read as 4 rows of 16 one-byte elements; the rest of the decoded buffer keeps
 // the previous tile.
 constexpr uint64_t kAltRowElements = 16;
-
-uint64_t CeilDiv(uint64_t value, uint64_t divisor) {
-  return value / divisor + (value % divisor != 0 ? 1 : 0);
-}
 
 void PrepareTables(ZpakContext* context, const ZpakConfig& config) {
   const TileGridLayout layout =
@@ -93,8 +90,8 @@ void DecodeHalvesExactly(ZpakContext* context, const ZpakConfig& config, const R
 // Half tiles inside the plane are expanded in place, the ones the edges cut
 // through a tile buffer and the clipped copy. A half tile's 128 stored bytes
 // are followed by zeros, as in the general walk's tile buffer.
-void DecodeHalvesWithKernel(ZpakContext* context, const ZpakConfig& config,
-                            const Rgb565Walk& walk, TileKernel kernel) {
+void DecodeHalvesWithKernel(ZpakContext* context, const ZpakConfig& config, const Rgb565Walk& walk,
+                            TileKernel kernel) {
   PaddedTile padded{};
   alignas(32) uint8_t tile[kHalfTileBytes];
   const TileAddressTables& tables = context->addressTables;
@@ -122,8 +119,8 @@ void DecodeHalvesWithKernel(ZpakContext* context, const ZpakConfig& config,
   }
   // The context's tile buffers end as the general decoder leaves them.
   if (walk.end == walk.tileRows) {
-    DecodeHalfTile(context, config, walk.data, walk.meta, walk.tileRows - 1,
-                   walk.tilesPerRow - 1, kHalvesPerTile - 1);
+    DecodeHalfTile(context, config, walk.data, walk.meta, walk.tileRows - 1, walk.tilesPerRow - 1,
+                   kHalvesPerTile - 1);
   }
 }
 
@@ -148,15 +145,9 @@ uint64_t DecodeRgb565Band(ZpakContext* context, const ZpakConfig* config, const 
   PlaneSource data = MakePlaneSource(config->yDataPlane, config->compressedEnd);
   PlaneSource meta = MakePlaneSource(config->yMetaPlane, config->compressedEnd);
   if (window != nullptr) ApplyWindow(*window, &data, &meta);
-  const Rgb565Walk walk{data,
-                        meta,
-                        tileRows,
-                        tilesPerRow,
-                        kBytesPerPixel * config->width,
-                        config->height,
-                        first,
-                        end,
-                        kTileRows * first};
+  const Rgb565Walk walk{
+      data,           meta,  tileRows, tilesPerRow,      kBytesPerPixel * config->width,
+      config->height, first, end,      kTileRows * first};
   if (tilesPerRow == 0 || first >= end) return config->stride;
   if (!TileKernelAvailable(kernel)) kernel = TileKernel::kPlain;
   if (config->altAddressing == 0) {

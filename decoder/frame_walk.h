@@ -11,6 +11,7 @@
 #include "decoder/frame_decoder.h"
 #include "decoder/tile_kernels.h"
 #include "surface/tile_addressing.h"
+#include "surface/tile_format.h"
 #include "surface/zpak_context.h"
 
 namespace pelcast {
@@ -80,34 +81,12 @@ inline uint32_t FetchMetadataByte(const PlaneSource& source, uint64_t offset) {
   return BytesAt(source, offset, 1, &from) != 0 ? *from : 0;
 }
 
-// The band's tile rows within a plane of `tileRows` tile rows.
-struct BandRows {
-  uint64_t first;
-  uint64_t end;
-};
-
-inline BandRows ClampBand(const TileRowBand& band, uint64_t tileRows) {
-  const uint64_t first = std::min(band.firstTileRow, tileRows);
-  return BandRows{first, first + std::min(band.tileRowCount, tileRows - first)};
-}
-
 // A plane source as a band window holds it: the window's bytes of the
 // plane, and the first `metaBytes` of its metadata plane.
 inline void ApplyWindow(const BandWindow& window, PlaneSource* data, PlaneSource* meta) {
   *data = PlaneSource{window.data, data->available, window.dataFirst,
                       window.dataEnd - window.dataFirst};
   meta->loaded = std::min(meta->loaded, window.metaBytes);
-}
-
-// Short tiles (at most two 64-byte units) in slots 1 and 2 of every group of
-// four start in the upper half of their slot.
-inline constexpr uint32_t kHalfSlotMaxMetadata = 23;
-inline constexpr uint64_t kHalfSlotBytes = kSlotBytes / 2;
-
-inline uint64_t TileByteOffset(uint64_t slot, uint32_t metadataByte, const ZpakConfig& config) {
-  const bool upperHalf = config.addressingMode == 1 && config.altAddressing == 0 &&
-                         metadataByte <= kHalfSlotMaxMetadata && ((slot ^ (slot >> 1)) & 1) != 0;
-  return slot * kSlotBytes + (upperHalf ? kHalfSlotBytes : 0);
 }
 
 // Copies the rows of a decoded tile into a linear plane, clipped to

@@ -1,27 +1,14 @@
-// Micro-block order: raw tiles, the tile decoder's staging buffer and
-// uncompressed (alternative-addressing) slots hold a tile cut into 4 x 4
-// micro-blocks, band of four rows by band, micro-blocks left to right, and
-// inside a micro-block the 16 elements in Z order (x bit 0, y bit 0, x bit 1,
-// y bit 1, least significant first).
+// Whole tiles moved between raster order and micro-block order (the order
+// itself is in surface/micro_block.h).
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
 
+#include "surface/micro_block.h"
+
 namespace pelcast {
-
-inline constexpr uint64_t kMicroBlockSide = 4;
-inline constexpr uint64_t kMicroBlockElements = 16;
-
-// Position in micro-block order of the element at column x, row y of a tile
-// with `rowElements` elements to a row.
-constexpr uint64_t MicroBlockElement(uint64_t x, uint64_t y, uint64_t rowElements) {
-  const uint64_t inBlock = (x & 1) | (y & 1) << 1 | (x & 2) << 1 | (y & 2) << 2;
-  const uint64_t block =
-      (y / kMicroBlockSide) * (rowElements / kMicroBlockSide) + x / kMicroBlockSide;
-  return block * kMicroBlockElements + inBlock;
-}
 
 // Direction of a reorder between a raster tile and micro-block order.
 enum class MicroBlockDirection { kToRaster, kToMicroBlocks };

@@ -6,6 +6,7 @@
 #include "decoder/bit_reader.h"
 #include "decoder/micro_block.h"
 #include "decoder/tile_decoder_steps.h"
+#include "surface/tile_format.h"
 
 namespace pelcast {
 namespace {
@@ -36,12 +37,6 @@ constexpr uint64_t kMaxElementLog2 = 3;  // elements of 1, 2, 4 or 8 bytes
 constexpr uint64_t kMaxGroupShift = 8;   // groups of up to 256 samples
 constexpr uint64_t kBitsPerByte = 8;
 
-// The metadata byte is 4n + 15 for a tile of n 64-byte units.
-constexpr int64_t kMetadataBias = 15;
-constexpr int64_t kMetadataUnitShift = 2;
-// RGB565 reads a metadata byte of 31 (four units) as two units, i.e. raw.
-constexpr uint32_t kRgb565FullTileMetadata = 31;
-constexpr int64_t kRgb565FullTileUnits = 2;
 
 // Output layouts of the final reorder, by context format and plane.
 struct OutputLayout {
@@ -76,13 +71,6 @@ const OutputLayout* FindOutputLayout(uint64_t contextFormat, uint64_t planeIndex
     default:
       return nullptr;
   }
-}
-
-int64_t UnitsOfMetadata(uint32_t metadataByte, uint64_t contextFormat) {
-  if (contextFormat == kContextRgb565 && metadataByte == kRgb565FullTileMetadata) {
-    return kRgb565FullTileUnits;
-  }
-  return (static_cast<int64_t>(metadataByte) - kMetadataBias) >> kMetadataUnitShift;
 }
 
 uint64_t PackedPixelBytes(const PlaneCodecParams& plane) {
@@ -530,7 +518,7 @@ int64_t DecodeTile(ZpakContext* context, const uint8_t* stored, uint32_t metadat
   if (context == nullptr || output == nullptr) return kNoLayout;
   const OutputLayout* layout = FindOutputLayout(context->contextFormat, context->planeIndex);
   if (layout == nullptr) return kNoLayout;
-  const int64_t units = UnitsOfMetadata(metadataByte, context->contextFormat);
+  const int64_t units = UnitsOfMetadata(metadataByte, context->contextFormat == kContextRgb565);
   const uint64_t unitShift =
       context->planeIndex < kPlaneSets ? context->planes[context->planeIndex].unitShift : 0;
   DecodeTileCore(context, stored, TileBitsOf(units, unitShift), context->stagedTileBuffer);

@@ -43,6 +43,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "surface/tile_format.h"
 #include "surface/zpak_context.h"
 
 namespace pelcast {
@@ -81,20 +82,9 @@ static_assert((kLongestStreamBits / 8) + sizeof(uint64_t) <= kPaddedTileBytes);
 uint64_t TileRowBytes(TileKind kind);
 uint64_t TileRows(TileKind kind);
 
-// True when the metadata byte marks a raw tile for this kind: 4n + 15 to
-// 4n + 18 give n units, and a tile is raw at 4 units (2 for an RGB565 half
-// tile, which also reads 31 as 2 units). Bytes below 15 give negative unit
-// counts, never a raw size.
+// True when the metadata byte marks a raw tile for this kind.
 inline bool IsRawTile(TileKind kind, uint32_t metadataByte) {
-  constexpr uint32_t kMetadataBias = 15;
-  constexpr uint32_t kMetadataUnitShift = 2;
-  constexpr uint32_t kRawUnits = 4;
-  constexpr uint32_t kRgb565RawUnits = 2;
-  constexpr uint32_t kRgb565FullTileMetadata = 31;
-  if (kind == TileKind::kRgb565 && metadataByte == kRgb565FullTileMetadata) return true;
-  const uint32_t rawUnits = kind == TileKind::kRgb565 ? kRgb565RawUnits : kRawUnits;
-  return metadataByte >= kMetadataBias &&
-         (metadataByte - kMetadataBias) >> kMetadataUnitShift == rawUnits;
+  return IsRawMetadata(metadataByte, kind == TileKind::kRgb565);
 }
 
 // Writes a raw tile's stored bytes (micro-block order) as raster rows.

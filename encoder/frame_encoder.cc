@@ -12,6 +12,7 @@
 #include "encoder/tile_shape.h"
 #include "encoder/tile_stream.h"
 #include "surface/surface_grid.h"
+#include "surface/tile_format.h"
 
 namespace pelcast {
 namespace {
@@ -27,15 +28,9 @@ constexpr uint64_t kRgbaPixelBytes = 4;
 constexpr uint64_t kChromaPairBytes = 2;
 constexpr uint64_t kNv12RowBytes = 32;    // destination row pitch of gathered NV12 tiles
 constexpr uint64_t kRgbaRowBytes = 64;    // and of RGBA8888 tiles
-constexpr uint64_t kHalfSlotBytes = 128;  // short tiles may start in the upper half of a slot
-constexpr uint64_t kHalfSlotMetaLimit = 24;
 constexpr uint64_t kWideTileWidth = 32;   // the 2-byte-pixel gather case
 constexpr uint64_t kWidePixelBytes = 2;
 constexpr uint64_t kSurfaceWide = 2;
-
-uint64_t CeilDiv(uint64_t value, uint64_t divisor) {
-  return value / divisor + (value % divisor != 0 ? 1 : 0);
-}
 
 uint64_t Min(uint64_t a, uint64_t b) { return a < b ? a : b; }
 
@@ -54,17 +49,6 @@ struct PlaneWalk {
   const uint8_t* uSource;   // chroma planes
   const uint8_t* vSource;
 };
-
-// The slot of a tile stored in `units` units: the upper half when it fits
-// there and the slot is the second or third of its group of four.
-uint64_t SlotOffset(const ZpakConfig& config, uint64_t slot, uint64_t meta) {
-  uint64_t offset = kSlotBytes * slot;
-  if (config.addressingMode == 1 && static_cast<int64_t>(meta) < static_cast<int64_t>(kHalfSlotMetaLimit) &&
-      ((slot ^ (slot >> 1)) & 1) != 0) {
-    offset += kHalfSlotBytes;
-  }
-  return offset;
-}
 
 // Copies `rows` rows of `rowBytes` bytes from a source with pitch `pitch`
 // starting at (x bytes, y rows) into destination rows `destPitch` apart.
@@ -86,9 +70,9 @@ uint64_t InsideCount(uint64_t origin, uint64_t tileSpan, uint64_t imageSpan) {
 // byte.
 void StoreTile(const ZpakConfig& config, const PlaneWalk& walk, uint64_t slot,
                uint64_t metaOffset, const uint8_t* stored, uint64_t units) {
-  const uint64_t meta = MetadataForUnits(units);
-  StoreBounded(walk.dataPlane, SlotOffset(config, slot, meta), stored,
-               Min(StoredBytesForMetadata(meta), kSlotBytes), config.compressedEnd);
+  const uint32_t meta = MetadataForUnits(units);
+  StoreBounded(walk.dataPlane, TileByteOffset(slot, meta, config), stored,
+               Min(StoredBytesForUnits(units), kSlotBytes), config.compressedEnd);
   const uint8_t metaByte = static_cast<uint8_t>(meta);
   StoreBounded(walk.metaPlane, metaOffset, &metaByte, 1, config.compressedEnd);
 }
@@ -243,11 +227,14 @@ bool WalkMatchesShape(const ZpakContext& context, const PlaneWalk& walk, TileSha
          shape->components == components;
 }
 
-void WalkPlane(ZpakContext* context, const ZpakConfig& config, const PlaneWalk& walk) {
-  if (walk.tileRows == 0 || walk.tilesPerRow == 0) return;
+// Encodes tile rows [rows.first, rows.end) of the plane.
+void WalkPlane(ZpakContext* context, const ZpakConfig& config, const PlaneWalk& walk,
+               BandRows rows) {
+  rows.end = Min(rows.end, walk.tileRows);
+  if (rows.first >= rows.end || walk.tilesPerRow == 0) return;
   TileShape shape;
   if (!WalkMatchesShape(*context, walk, &shape)) {
-    for (uint64_t tr = 0; tr < walk.tileRows; ++tr) {
+    for (uint64_t tr = rows.first; tr < rows.end; ++tr) {
       for (uint64_t tc = 0; tc < walk.tilesPerRow; ++tc) {
         EncodeOrderedTileAt(context, config, walk, tr, tc);
       }
@@ -259,7 +246,7 @@ void WalkPlane(ZpakContext* context, const ZpakConfig& config, const PlaneWalk& 
     context->contextFormat = walk.contextFormat;
     context->planeIndex = walk.planeIndex;
   }
-  for (uint64_t tr = 0; tr < walk.tileRows; ++tr) {
+  for (uint64_t tr = rows.first; tr < rows.end; ++tr) {
     for (uint64_t tc = 0; tc < walk.tilesPerRow; ++tc) {
       EncodeTileAt(context, config, walk, shape, tr, tc);
     }
@@ -276,7 +263,7 @@ TileGridLayout RgbaLayout(const ZpakConfig& config) {
                            config);
 }
 
-void EncodeNv12(ZpakContext* context, const ZpakConfig& config) {
+void EncodeNv12(ZpakContext* context, const ZpakConfig& config, const TileRowBand& band) {
   PrepareTileAddressTables(&context->addressTables, Nv12Layout(config));
   const uint64_t tilesPerRow = CeilDiv(config.width, kLumaTileWidth);
   const uint64_t lumaRows = CeilDiv(config.height, kNv12TileHeight);
@@ -284,23 +271,23 @@ void EncodeNv12(ZpakContext* context, const ZpakConfig& config) {
   const PlaneWalk luma{config.yDataPlane, config.yMetaPlane, tilesPerRow, lumaRows, 0,
                        kContextNv12, kLumaTileWidth, 1, kNv12TileHeight, config.linearY,
                        nullptr, nullptr};
-  WalkPlane(context, config, luma);
+  WalkPlane(context, config, luma, RowsOfPlane(band, kLumaPlane, luma.tileRows));
   // The V plane follows the U plane at (width x height) / 4, as the command lays them out.
   const uint8_t* vPlane =
       config.linearUv != nullptr ? config.linearUv + (config.width * config.height) / 4 : nullptr;
   const PlaneWalk chroma{config.uvDataPlane, config.uvMetaPlane, tilesPerRow, (lumaRows + 1) / 2,
                          1, kContextNv12, kChromaTileWidth, kChromaPairBytes, kNv12TileHeight,
                          nullptr, config.linearUv, vPlane};
-  WalkPlane(context, config, chroma);
+  WalkPlane(context, config, chroma, RowsOfPlane(band, kChromaPlane, chroma.tileRows));
 }
 
-void EncodeRgba(ZpakContext* context, const ZpakConfig& config) {
+void EncodeRgba(ZpakContext* context, const ZpakConfig& config, const TileRowBand& band) {
   PrepareTileAddressTables(&context->addressTables, RgbaLayout(config));
   const PlaneWalk plane{config.yDataPlane, config.yMetaPlane, CeilDiv(config.width, kRgbaTileWidth),
                         CeilDiv(config.height, kRgbaTileHeight), 0, kContextRgba8888,
                         kRgbaTileWidth, kRgbaPixelBytes, kRgbaTileHeight, config.linearY,
                         nullptr, nullptr};
-  WalkPlane(context, config, plane);
+  WalkPlane(context, config, plane, RowsOfPlane(band, kLumaPlane, plane.tileRows));
 }
 
 void GatherChroma(const uint8_t* uSource, const uint8_t* vSource, uint64_t tc, uint64_t tr,
@@ -336,10 +323,15 @@ bool PrepareZpakFrameTables(ZpakContext* context, const ZpakConfig* config) {
 }
 
 uint64_t EncodeZpakFrame(ZpakContext* context, const ZpakConfig* config) {
+  return EncodeZpakFrameBand(context, config, TileRowBand{kWholeFrame, 0, 0});
+}
+
+uint64_t EncodeZpakFrameBand(ZpakContext* context, const ZpakConfig* config,
+                             const TileRowBand& band) {
   if (context == nullptr || config == nullptr) return 0;
-  if (config->surfaceFormat == kSurfaceNv12) EncodeNv12(context, *config);
+  if (config->surfaceFormat == kSurfaceNv12) EncodeNv12(context, *config, band);
   if (config->bypass != 0 || config->surfaceFormat != kSurfaceRgba8888) return 0;
-  EncodeRgba(context, *config);
+  EncodeRgba(context, *config, band);
   return 0;
 }
 

@@ -14,6 +14,7 @@
 #include "encoder/tile_shape.h"
 #include "encoder/tile_stream.h"
 #include "surface/surface_grid.h"
+#include "surface/tile_format.h"
 
 namespace pelcast {
 namespace {
@@ -30,10 +31,6 @@ constexpr uint64_t kTileRowBytes = kHalvesPerTile * kHalfRowBytes;  // 64
 // and 4-byte steps.
 constexpr uint64_t kAltBytes = 64;
 constexpr uint64_t kAltRowBytes = 16;
-
-uint64_t CeilDiv(uint64_t value, uint64_t divisor) {
-  return value / divisor + (value % divisor != 0 ? 1 : 0);
-}
 
 TileGridLayout Rgb565Layout(const ZpakConfig& config) {
   return SurfaceGridLayout(PlaneFormat::kRgb565, config.alignedWidth, config.alignedHeight,
@@ -71,8 +68,8 @@ void OrderAltHalf(const uint8_t* raster, uint8_t* stored) {
 void StoreHalf(const ZpakConfig& config, const TileAddressTables& tables, uint64_t tr,
                uint64_t tc, uint64_t h, uint64_t slotOffset, const uint8_t* stored,
                uint64_t units) {
-  const uint64_t meta = MetadataForUnits(units);
-  const uint64_t bytes = StoredBytesForMetadata(meta);
+  const uint32_t meta = MetadataForUnits(units);
+  const uint64_t bytes = StoredBytesForUnits(units);
   StoreBounded(config.yDataPlane, slotOffset, stored, bytes < kHalfBytes ? bytes : kHalfBytes,
                config.compressedEnd);
   const uint8_t metaByte = static_cast<uint8_t>(meta);
@@ -153,6 +150,11 @@ bool PrepareZpakFrameTablesRgb565(ZpakContext* context, const ZpakConfig* config
 }
 
 uint64_t EncodeZpakFrameRgb565(ZpakContext* context, const ZpakConfig* config) {
+  return EncodeZpakFrameRgb565Band(context, config, TileRowBand{kWholeFrame, 0, 0});
+}
+
+uint64_t EncodeZpakFrameRgb565Band(ZpakContext* context, const ZpakConfig* config,
+                                   const TileRowBand& band) {
   if (context == nullptr || config == nullptr || config->bypass != 0) return 0;
   PrepareTileAddressTables(&context->addressTables, Rgb565Layout(*config));
   const uint64_t tileRows = CeilDiv(config->height, kTileHeight);
@@ -165,7 +167,8 @@ uint64_t EncodeZpakFrameRgb565(ZpakContext* context, const ZpakConfig* config) {
     context->contextFormat = kContextRgb565;
     context->planeIndex = 0;
   }
-  for (uint64_t tr = 0; tr < tileRows; ++tr) {
+  const BandRows rows = RowsOfPlane(band, kLumaPlane, tileRows);
+  for (uint64_t tr = rows.first; tr < rows.end; ++tr) {
     for (uint64_t tc = 0; tc < tilesPerRow; ++tc) {
       for (uint64_t h = 0; h < kHalvesPerTile; ++h) {
         if (fast) {

@@ -10,10 +10,9 @@
 #include <cstdint>
 #include <cstring>
 
-namespace pelcast {
+#include "surface/micro_block.h"
 
-inline constexpr uint32_t kMicroBlockSide = 4;
-inline constexpr uint32_t kMicroBlockElements = 16;
+namespace pelcast {
 
 // The raster tile `raster` (`rows` rows `pitch` bytes apart, `rowElements`
 // elements of `elementBytes` bytes each; multiples of 4 rows and elements) in

@@ -31,7 +31,7 @@ struct SplitTile {
 void SplitOrderedTile(const TileShape& s, const uint8_t* ordered, SplitTile* split) {
   for (uint32_t y = 0; y < s.tileHeight; ++y) {
     for (uint32_t x = 0; x < s.tileWidth; ++x) {
-      const uint8_t* element = ordered + MicroBlockIndex(x, y, s.tileWidth) * s.elementBytes;
+      const uint8_t* element = ordered + MicroBlockElement(x, y, s.tileWidth) * s.elementBytes;
       const uint32_t at = y * s.tileWidth + x;
       if (s.rgb565) {
         const uint32_t v = element[0] | uint32_t{element[1]} << kByteBits;

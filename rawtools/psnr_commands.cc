@@ -4,7 +4,7 @@
 #include <cmath>
 #include <cstdio>
 
-#include "cli/file_io.h"
+#include "io/file_io.h"
 #include "rawtools/clipped_rows.h"
 #include "rawtools/raw_commands.h"
 #include "rawtools/raw_kernels.h"

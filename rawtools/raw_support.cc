@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "cli/file_io.h"
+#include "io/file_io.h"
 
 namespace pelcast {
 namespace {

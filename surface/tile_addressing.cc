@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "surface/tile_format.h"
 #include "surface/zpak_context.h"
 
 namespace pelcast {
@@ -12,10 +13,6 @@ namespace {
 // above any surface whose buffers stay below 2^31 bytes (one slot per 256
 // bytes of data plane).
 constexpr uint64_t kMaxSlotEntries = uint64_t{1} << 26;
-
-uint64_t CeilDiv(uint64_t value, uint64_t divisor) {
-  return value / divisor + (value % divisor != 0 ? 1 : 0);
-}
 
 uint64_t RoundUp4(uint64_t value) { return CeilDiv(value, 4) * 4; }
 

@@ -14,7 +14,7 @@
 #include <string>
 #include <vector>
 
-#include "cli/file_io.h"
+#include "io/file_io.h"
 #include "tools/inspect/frame_decode.h"
 #include "tools/inspect/heatmap.h"
 #include "tools/inspect/inspect_args.h"

@@ -6,7 +6,7 @@
 #include <array>
 #include <cmath>
 
-#include "cli/file_io.h"
+#include "io/file_io.h"
 
 namespace pelcast::inspect {
 namespace {
