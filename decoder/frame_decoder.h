@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include "decoder/tile_kernels.h"
+#include "surface/tile_band.h"
 #include "surface/zpak_context.h"
 
 namespace pelcast {
@@ -15,19 +16,6 @@ uint64_t DecodeZpakFrame(ZpakContext* context, const ZpakConfig* config);
 
 // Decodes one RGB565 frame (half tiles of 16 x 4 pixels, two per slot).
 uint64_t DecodeZpakFrameRgb565(ZpakContext* context, const ZpakConfig* config);
-
-// Planes of a band: the frame's only plane (RGBA8888, RGB565) or NV12 luma,
-// NV12 chroma, or every plane as the whole-frame decoders do.
-inline constexpr uint64_t kLumaPlane = 0;
-inline constexpr uint64_t kChromaPlane = 1;
-inline constexpr uint64_t kWholeFrame = 2;
-
-// A run of tile rows of one plane (rows past the plane's last are ignored).
-struct TileRowBand {
-  uint64_t plane;
-  uint64_t firstTileRow;
-  uint64_t tileRowCount;
-};
 
 // Decode only the band's tile rows into config->linearY, which then holds
 // just their linear rows, the same bytes at the same pitch as the

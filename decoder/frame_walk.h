@@ -80,17 +80,6 @@ inline uint32_t FetchMetadataByte(const PlaneSource& source, uint64_t offset) {
   return BytesAt(source, offset, 1, &from) != 0 ? *from : 0;
 }
 
-// The band's tile rows within a plane of `tileRows` tile rows.
-struct BandRows {
-  uint64_t first;
-  uint64_t end;
-};
-
-inline BandRows ClampBand(const TileRowBand& band, uint64_t tileRows) {
-  const uint64_t first = std::min(band.firstTileRow, tileRows);
-  return BandRows{first, first + std::min(band.tileRowCount, tileRows - first)};
-}
-
 // A plane source as a band window holds it: the window's bytes of the
 // plane, and the first `metaBytes` of its metadata plane.
 inline void ApplyWindow(const BandWindow& window, PlaneSource* data, PlaneSource* meta) {

@@ -266,11 +266,14 @@ bool WalkMatchesShape(const ZpakContext& context, const PlaneWalk& walk, TileSha
          shape->components == components;
 }
 
-void WalkPlane(ZpakContext* context, const ZpakConfig& config, const PlaneWalk& walk) {
-  if (walk.tileRows == 0 || walk.tilesPerRow == 0) return;
+// Encodes tile rows [rows.first, rows.end) of the plane.
+void WalkPlane(ZpakContext* context, const ZpakConfig& config, const PlaneWalk& walk,
+               BandRows rows) {
+  rows.end = Min(rows.end, walk.tileRows);
+  if (rows.first >= rows.end || walk.tilesPerRow == 0) return;
   TileShape shape;
   if (!WalkMatchesShape(*context, walk, &shape)) {
-    for (uint64_t tr = 0; tr < walk.tileRows; ++tr) {
+    for (uint64_t tr = rows.first; tr < rows.end; ++tr) {
       for (uint64_t tc = 0; tc < walk.tilesPerRow; ++tc) {
         EncodeOrderedTileAt(context, config, walk, tr, tc);
       }
@@ -282,7 +285,7 @@ void WalkPlane(ZpakContext* context, const ZpakConfig& config, const PlaneWalk& 
     context->contextFormat = walk.contextFormat;
     context->planeIndex = walk.planeIndex;
   }
-  for (uint64_t tr = 0; tr < walk.tileRows; ++tr) {
+  for (uint64_t tr = rows.first; tr < rows.end; ++tr) {
     for (uint64_t tc = 0; tc < walk.tilesPerRow; ++tc) {
       PrefetchTile(*context, config, walk, tr, tc + kPrefetchTiles);
       EncodeTileAt(context, config, walk, shape, tr, tc);
@@ -300,57 +303,31 @@ TileGridLayout RgbaLayout(const ZpakConfig& config) {
                            config);
 }
 
-void EncodeNv12(ZpakContext* context, const ZpakConfig& config) {
+void EncodeNv12(ZpakContext* context, const ZpakConfig& config, const TileRowBand& band) {
   PrepareTileAddressTables(&context->addressTables, Nv12Layout(config));
   const uint64_t tilesPerRow = CeilDiv(config.width, kLumaTileWidth);
   const uint64_t lumaRows = CeilDiv(config.height, kNv12TileHeight);
   if (lumaRows == 0) return;
-  const PlaneWalk luma{config.yDataPlane,
-                       config.yMetaPlane,
-                       tilesPerRow,
-                       lumaRows,
-                       0,
-                       kContextNv12,
-                       kLumaTileWidth,
-                       1,
-                       kNv12TileHeight,
-                       config.linearY,
-                       nullptr,
-                       nullptr};
-  WalkPlane(context, config, luma);
+  const PlaneWalk luma{config.yDataPlane, config.yMetaPlane, tilesPerRow, lumaRows, 0,
+                       kContextNv12, kLumaTileWidth, 1, kNv12TileHeight, config.linearY,
+                       nullptr, nullptr};
+  WalkPlane(context, config, luma, RowsOfPlane(band, kLumaPlane, luma.tileRows));
   // The V plane follows the U plane at (width x height) / 4, as the command lays them out.
   const uint8_t* vPlane =
       config.linearUv != nullptr ? config.linearUv + (config.width * config.height) / 4 : nullptr;
-  const PlaneWalk chroma{config.uvDataPlane,
-                         config.uvMetaPlane,
-                         tilesPerRow,
-                         (lumaRows + 1) / 2,
-                         1,
-                         kContextNv12,
-                         kChromaTileWidth,
-                         kChromaPairBytes,
-                         kNv12TileHeight,
-                         nullptr,
-                         config.linearUv,
-                         vPlane};
-  WalkPlane(context, config, chroma);
+  const PlaneWalk chroma{config.uvDataPlane, config.uvMetaPlane, tilesPerRow, (lumaRows + 1) / 2,
+                         1, kContextNv12, kChromaTileWidth, kChromaPairBytes, kNv12TileHeight,
+                         nullptr, config.linearUv, vPlane};
+  WalkPlane(context, config, chroma, RowsOfPlane(band, kChromaPlane, chroma.tileRows));
 }
 
-void EncodeRgba(ZpakContext* context, const ZpakConfig& config) {
+void EncodeRgba(ZpakContext* context, const ZpakConfig& config, const TileRowBand& band) {
   PrepareTileAddressTables(&context->addressTables, RgbaLayout(config));
-  const PlaneWalk plane{config.yDataPlane,
-                        config.yMetaPlane,
-                        CeilDiv(config.width, kRgbaTileWidth),
-                        CeilDiv(config.height, kRgbaTileHeight),
-                        0,
-                        kContextRgba8888,
-                        kRgbaTileWidth,
-                        kRgbaPixelBytes,
-                        kRgbaTileHeight,
-                        config.linearY,
-                        nullptr,
-                        nullptr};
-  WalkPlane(context, config, plane);
+  const PlaneWalk plane{config.yDataPlane, config.yMetaPlane, CeilDiv(config.width, kRgbaTileWidth),
+                        CeilDiv(config.height, kRgbaTileHeight), 0, kContextRgba8888,
+                        kRgbaTileWidth, kRgbaPixelBytes, kRgbaTileHeight, config.linearY,
+                        nullptr, nullptr};
+  WalkPlane(context, config, plane, RowsOfPlane(band, kLumaPlane, plane.tileRows));
 }
 
 void GatherChroma(const uint8_t* uSource, const uint8_t* vSource, uint64_t tc, uint64_t tr,
@@ -386,10 +363,15 @@ bool PrepareZpakFrameTables(ZpakContext* context, const ZpakConfig* config) {
 }
 
 uint64_t EncodeZpakFrame(ZpakContext* context, const ZpakConfig* config) {
+  return EncodeZpakFrameBand(context, config, TileRowBand{kWholeFrame, 0, 0});
+}
+
+uint64_t EncodeZpakFrameBand(ZpakContext* context, const ZpakConfig* config,
+                             const TileRowBand& band) {
   if (context == nullptr || config == nullptr) return 0;
-  if (config->surfaceFormat == kSurfaceNv12) EncodeNv12(context, *config);
+  if (config->surfaceFormat == kSurfaceNv12) EncodeNv12(context, *config, band);
   if (config->bypass != 0 || config->surfaceFormat != kSurfaceRgba8888) return 0;
-  EncodeRgba(context, *config);
+  EncodeRgba(context, *config, band);
   return 0;
 }
 

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 
+#include "surface/tile_band.h"
 #include "surface/zpak_context.h"
 
 namespace pelcast {
@@ -20,6 +21,16 @@ uint64_t EncodeZpakFrame(ZpakContext* context, const ZpakConfig* config);
 // column of the image is not stored (the decoder leaves those columns as its
 // caller gave them). A non-zero bypass stores nothing; `enable` is not read.
 uint64_t EncodeZpakFrameRgb565(ZpakContext* context, const ZpakConfig* config);
+
+// Encode only the band's tile rows, reading the whole linear image the
+// descriptor names and storing just those tiles (and their metadata bytes),
+// exactly as the whole-frame encoders store them. Tiles are independent, so
+// bands of one frame may be encoded in any order or at the same time, each
+// with a context of its own. A whole-frame band encodes every plane.
+uint64_t EncodeZpakFrameBand(ZpakContext* context, const ZpakConfig* config,
+                             const TileRowBand& band);
+uint64_t EncodeZpakFrameRgb565Band(ZpakContext* context, const ZpakConfig* config,
+                                   const TileRowBand& band);
 
 // Builds the address tables EncodeZpakFrame will use for `config` (NV12 or
 // RGBA8888; other formats need none), so that a command can allocate them

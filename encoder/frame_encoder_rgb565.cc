@@ -173,6 +173,11 @@ bool PrepareZpakFrameTablesRgb565(ZpakContext* context, const ZpakConfig* config
 }
 
 uint64_t EncodeZpakFrameRgb565(ZpakContext* context, const ZpakConfig* config) {
+  return EncodeZpakFrameRgb565Band(context, config, TileRowBand{kWholeFrame, 0, 0});
+}
+
+uint64_t EncodeZpakFrameRgb565Band(ZpakContext* context, const ZpakConfig* config,
+                                   const TileRowBand& band) {
   if (context == nullptr || config == nullptr || config->bypass != 0) return 0;
   PrepareTileAddressTables(&context->addressTables, Rgb565Layout(*config));
   const uint64_t tileRows = CeilDiv(config->height, kTileHeight);
@@ -185,7 +190,8 @@ uint64_t EncodeZpakFrameRgb565(ZpakContext* context, const ZpakConfig* config) {
     context->contextFormat = kContextRgb565;
     context->planeIndex = 0;
   }
-  for (uint64_t tr = 0; tr < tileRows; ++tr) {
+  const BandRows rows = RowsOfPlane(band, kLumaPlane, tileRows);
+  for (uint64_t tr = rows.first; tr < rows.end; ++tr) {
     for (uint64_t tc = 0; tc < tilesPerRow; ++tc) {
       if (fast) PrefetchTile(*context, *config, tr, tc + kPrefetchTiles, tilesPerRow);
       for (uint64_t h = 0; h < kHalvesPerTile; ++h) {

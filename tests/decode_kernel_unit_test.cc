@@ -7,8 +7,8 @@
 // each kernel reports against one counted here; and whole frames (raw and
 // constant tiles among them) with clipped edges, short buffers and every
 // addressing rule, compared byte for byte and in the context state they
-// leave behind. (Corpus content through every kernel: the frame encoder's
-// round trips.)
+// leave behind. (Real content through every kernel: the frame encoder's
+// round trips of the test frames.)
 #include <gtest/gtest.h>
 
 #include <algorithm>

@@ -1,0 +1,47 @@
+// The threads of a codec: workers started once, then given one frame's jobs
+// at a time. Jobs are numbered; every thread (the caller's included) takes
+// the next number until none is left, so bands of unequal cost balance
+// themselves.
+#pragma once
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+namespace pelcast::api {
+
+// A job: `index` of the current run, on thread `worker` (0 is the caller).
+using PoolJob = void (*)(void* argument, uint32_t worker, uint64_t index);
+
+struct WorkerPool {
+  std::mutex mutex;
+  std::condition_variable wake;  // a run starts, or the pool stops
+  std::condition_variable idle;  // a worker finished its part of a run
+  std::vector<std::thread> threads;
+  uint64_t generation = 0;  // counts runs, so a worker joins each run once
+  uint32_t busy = 0;        // workers still in the current run
+  bool stopping = false;
+  PoolJob job = nullptr;
+  void* argument = nullptr;
+  uint64_t jobCount = 0;
+  std::atomic<uint64_t> next{0};
+};
+
+// Starts `workers` threads besides the caller's; returns how many could be
+// started (fewer when the system refuses more).
+uint32_t StartWorkers(WorkerPool* pool, uint32_t workers);
+
+// Stops and joins every worker.
+void StopWorkers(WorkerPool* pool);
+
+// Runs jobs 0 .. count - 1 on the workers and the calling thread, and
+// returns when all have finished.
+void RunJobs(WorkerPool* pool, uint64_t count, PoolJob job, void* argument);
+
+// Processors this process may run on (at least 1).
+uint32_t AvailableProcessors();
+
+}  // namespace pelcast::api
