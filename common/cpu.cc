@@ -57,13 +57,7 @@ constexpr KernelSet kSets[] = {{"plain", 0}};
 #endif
 
 uint32_t FindFeatures() {
-  uint32_t features = ProbeCpuFeatures();
-  uint32_t mask = 0;
-  if (const char* text = std::getenv("PELCAST_CPU_MASK");
-      text != nullptr && ParseCpuMask(text, &mask)) {
-    features &= mask;
-  }
-  return features;
+  return MaskedFeatures(ProbeCpuFeatures(), std::getenv("PELCAST_CPU_MASK"));
 }
 
 int DigitValue(char c) {
@@ -103,6 +97,12 @@ bool ParseCpuMask(const char* text, uint32_t* mask) {
   }
   *mask = static_cast<uint32_t>(value);
   return true;
+}
+
+uint32_t MaskedFeatures(uint32_t probed, const char* maskText) {
+  uint32_t mask = 0;
+  if (maskText != nullptr && ParseCpuMask(maskText, &mask)) return probed & mask;
+  return probed;
 }
 
 uint32_t CpuFeatures() {

@@ -39,6 +39,10 @@ uint32_t ProbeCpuFeatures();
 // digits, nothing else. False (and *mask untouched) for any other text.
 bool ParseCpuMask(const char* text, uint32_t* mask);
 
+// `probed` narrowed by the text of PELCAST_CPU_MASK (null when it is not
+// set): ANDed with a valid mask, unchanged otherwise.
+uint32_t MaskedFeatures(uint32_t probed, const char* maskText);
+
 // The features the codec uses: the probe's, ANDed with PELCAST_CPU_MASK when
 // that is set to a valid mask (an invalid one is ignored). Found once.
 uint32_t CpuFeatures();

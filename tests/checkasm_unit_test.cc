@@ -105,6 +105,20 @@ TEST(Dispatch, MasksAreReadAsHexadecimalOrDecimal) {
   }
 }
 
+TEST(Dispatch, TheEnvironmentMaskOnlyRemovesFeatures) {
+  struct Case {
+    uint32_t probed;
+    const char* text;
+    uint32_t features;
+  };
+  const Case cases[] = {{0x1f, nullptr, 0x1f}, {0x1f, "0", 0},       {0x1f, "0x9", 0x9},
+                        {0x1f, "0x100", 0},    {0x01, "0xff", 0x01}, {0x1f, "lots", 0x1f},
+                        {0x1f, "", 0x1f},      {0x100, "256", 0x100}};
+  for (const Case& c : cases) {
+    EXPECT_EQ(MaskedFeatures(c.probed, c.text), c.features) << (c.text ? c.text : "unset");
+  }
+}
+
 TEST(Dispatch, SetsClimbAndEveryModuleFollowsThem) {
   const auto sets = KernelSets();
   ASSERT_FALSE(sets.empty());
