@@ -215,8 +215,8 @@ PELCAST_AVX2 inline uint64_t ReadHeader(const uint8_t* padded, TileFields* f) {
 struct FieldLayout {
   alignas(32) uint8_t width[kFieldSlots];
   alignas(32) int8_t raw[kFieldSlots + sizeof(uint32_t)];
-  alignas(32) uint16_t byteAt[kFieldSlots + kBlockColumns];
-  alignas(32) uint16_t bitAt[kFieldSlots + kBlockColumns];
+  alignas(32) uint16_t byteAt[kFieldSlots];
+  alignas(32) uint16_t bitAt[kFieldSlots];
 };
 
 // Lays out the field sets after the codes (S series of kCodeBits each, from
@@ -258,27 +258,26 @@ PELCAST_AVX2 inline uint64_t LayFields(const uint8_t* stream, uint64_t codes,
   std::memset(layout->raw + kFieldSlots, 0, sizeof(uint32_t));
   *anyRaw = rawBits != 0;
 
+  // Each field set starts where the ones before it end: the inclusive sum of
+  // the widths less its own, stored at its own (aligned) index.
   const auto first = static_cast<uint16_t>(codes + kCodeBits * kFields);
-  layout->byteAt[0] = first >> 3;
-  layout->bitAt[0] = first & 7;
   const __m256i seven = _mm256_set1_epi16(7);
   __m256i carry = _mm256_set1_epi16(static_cast<int16_t>(first));
   for (uint32_t q = 0; q < kFields; q += kBlockColumns) {
-    __m256i w = _mm256_slli_epi16(
+    const __m256i own = _mm256_slli_epi16(
         _mm256_cvtepu8_epi16(_mm_load_si128(reinterpret_cast<const __m128i*>(layout->width + q))),
         2);
-    w = _mm256_add_epi16(w, _mm256_bslli_epi128(w, 2));
+    __m256i w = _mm256_add_epi16(own, _mm256_bslli_epi128(own, 2));
     w = _mm256_add_epi16(w, _mm256_bslli_epi128(w, 4));
     w = _mm256_add_epi16(w, _mm256_bslli_epi128(w, 8));
     w = _mm256_add_epi16(w, BroadcastLastWord(_mm256_permute2x128_si256(w, w, 0x08)));
     w = _mm256_add_epi16(w, carry);
-    _mm256_storeu_si256(reinterpret_cast<__m256i*>(layout->byteAt + 1 + q),
-                        _mm256_srli_epi16(w, 3));
-    _mm256_storeu_si256(reinterpret_cast<__m256i*>(layout->bitAt + 1 + q),
-                        _mm256_and_si256(w, seven));
+    const __m256i start = _mm256_sub_epi16(w, own);
+    _mm256_store_si256(reinterpret_cast<__m256i*>(layout->byteAt + q), _mm256_srli_epi16(start, 3));
+    _mm256_store_si256(reinterpret_cast<__m256i*>(layout->bitAt + q), _mm256_and_si256(start, seven));
     carry = BroadcastLastWord(_mm256_permute4x64_epi64(w, 0xFF));
   }
-  return uint64_t{layout->byteAt[kFields]} * 8 + layout->bitAt[kFields];
+  return static_cast<uint16_t>(_mm256_extract_epi16(carry, 0));
 }
 
 // The residuals of group g, series s in lanes 4s to 4s + 3 (zero past S).
