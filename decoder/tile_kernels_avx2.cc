@@ -329,6 +329,19 @@ PELCAST_AVX2 inline void ReconstructRow(const uint8_t* stream, const FieldLayout
   }
 }
 
+// True when every group of block row y has width 0 (so no residual and no
+// raw group).
+template <uint32_t S>
+PELCAST_AVX2 inline bool RowIsFlat(const FieldLayout& layout, uint32_t y) {
+  constexpr uint32_t kRowFields = kGroupsPerRow * S;
+  const __m128i widths =
+      _mm_loadu_si128(reinterpret_cast<const __m128i*>(layout.width + kRowFields * y));
+  const __m128i mask = S == kMaxSeries
+                           ? _mm_set1_epi8(-1)
+                           : _mm_setr_epi32(-1, -1, -1, 0);  // the row's 12 fields
+  return _mm_testz_si128(widths, mask) != 0;
+}
+
 template <TileKind K, uint32_t S, bool kRaw>
 PELCAST_AVX2 inline void Reconstruct(const uint8_t* stream, const TileFields& f,
                                      const FieldLayout& layout, uint8_t* out, uint64_t pitch) {
@@ -338,7 +351,8 @@ PELCAST_AVX2 inline void Reconstruct(const uint8_t* stream, const TileFields& f,
       static_cast<int64_t>(kEveryWord * f.base[2]), static_cast<int64_t>(kEveryWord * f.base[3]));
   for (auto& a : above) a = base;
   for (uint32_t y = 0; y < kBlockRows; ++y) {
-    ReconstructRow<S, kRaw>(stream, layout, y, above);
+    // A block row whose groups all have code 0 repeats the row above.
+    if (!RowIsFlat<S>(layout, y)) ReconstructRow<S, kRaw>(stream, layout, y, above);
     if constexpr (K == TileKind::kRgba8888) {
       StoreRgbaRow(f, above, out, pitch, y);
     } else if constexpr (K == TileKind::kNv12Luma) {
