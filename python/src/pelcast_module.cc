@@ -83,8 +83,10 @@ uint32_t ParseCount(const py::handle& value, const char* what, pelcast_status to
   const long long v = PyLong_AsLongLongAndOverflow(value.ptr(), &overflow);
   if (v == -1 && PyErr_Occurred()) throw py::error_already_set();
   const std::string text = std::string(what) + " " + Text(value);
+  if (overflow > 0 || (overflow == 0 && v > std::numeric_limits<uint32_t>::max())) {
+    Fail(tooLarge, text);
+  }
   if (overflow < 0 || v < 0) Fail(PELCAST_ERROR_INVALID_ARGUMENT, text);
-  if (overflow > 0 || v > std::numeric_limits<uint32_t>::max()) Fail(tooLarge, text);
   return static_cast<uint32_t>(v);
 }
 
@@ -100,8 +102,16 @@ Frame ParseFrame(const std::string& format, const py::handle& width, const py::h
 // None is the library's default, the calling thread only; 0 is one thread
 // per processor the process may run on. The library refuses more than
 // PELCAST_MAX_THREADS.
+std::string ThreadsText(const std::string& value) {
+  return "threads " + value + " (None or 1: the calling thread; 0: one per processor; at most " +
+         std::to_string(PELCAST_MAX_THREADS) + ")";
+}
+
 uint32_t ParseThreads(const py::object& threads) {
   if (threads.is_none()) return 1;
+  if (py::isinstance<py::int_>(threads) && threads < py::int_(0)) {
+    Fail(PELCAST_ERROR_INVALID_ARGUMENT, ThreadsText(Text(threads)));
+  }
   return ParseCount(threads, "threads", PELCAST_ERROR_INVALID_ARGUMENT);
 }
 
@@ -151,8 +161,7 @@ class Codec {
     if (created != PELCAST_OK) Fail(created, Describe(f));
     if (threaded != PELCAST_OK) {
       pelcast_codec_destroy(codec_);
-      Fail(threaded, "threads " + std::to_string(threads) + " (None or 1: the calling thread; 0: one per processor; at most " +
-                         std::to_string(PELCAST_MAX_THREADS) + ")");
+      Fail(threaded, ThreadsText(std::to_string(threads)));
     }
   }
   ~Codec() { pelcast_codec_destroy(codec_); }
@@ -175,7 +184,7 @@ class Codec {
 [[noreturn]] void FailShortFrame(const Frame& f, size_t have) {
   Fail(PELCAST_ERROR_BUFFER_TOO_SMALL,
        "data holds " + std::to_string(have) + " bytes, one " + Describe(f) + " ZPAK frame is " +
-           std::to_string(pelcast_zpak_frame_size(f.format, f.width, f.height)));
+           std::to_string(pelcast_zpak_frame_size(f.format, f.width, f.height)) + " bytes");
 }
 
 // ---------------------------------------------------------------------------
@@ -299,8 +308,8 @@ py::array CheckOut(const py::object& out, const Frame& f) {
                          std::equal(shape.begin(), shape.end(), a.shape());
   if (!sameShape || !a.dtype().equal(DtypeOf(f.format))) {
     Fail(PELCAST_ERROR_INVALID_ARGUMENT,
-         "out is " + Text(a.dtype()) + " " + ShapeText(a) + ", a " + Describe(f) +
-             " frame is " + Text(DtypeOf(f.format)) + " " + ShapeText(shape));
+         "out is " + Text(a.dtype()) + " " + ShapeText(a) + "; " + Describe(f) + " frames are " +
+             Text(DtypeOf(f.format)) + " " + ShapeText(shape));
   }
   if (!a.writeable()) Fail(PELCAST_ERROR_INVALID_ARGUMENT, "out is read-only");
   return a;
@@ -317,9 +326,8 @@ py::array ImageArray(const py::handle& image, pelcast_format format) {
   if (have.kind() == 'u' && have.itemsize() == want.itemsize()) {
     return a.attr("astype")(want);
   }
-  Fail(PELCAST_ERROR_INVALID_ARGUMENT, std::string("a ") + NameOf(format) + " image is " +
-                                           Text(want) + ", not " +
-                                           Text(have));
+  Fail(PELCAST_ERROR_INVALID_ARGUMENT,
+       std::string(NameOf(format)) + " images are " + Text(want) + ", not " + Text(have));
 }
 
 // The frame an image array holds. NV12 arrays of an even number of columns
@@ -329,7 +337,7 @@ Frame FrameOfImage(const py::array& a, pelcast_format format, const py::object& 
   const std::string shapeText = ShapeText(a);
   const std::string name = NameOf(format);
   auto wrongShape = [&](const std::string& want) {
-    Fail(PELCAST_ERROR_INVALID_ARGUMENT, "a " + name + " image has shape " + want + ", not " + shapeText);
+    Fail(PELCAST_ERROR_INVALID_ARGUMENT, name + " images have the shape " + want + ", not " + shapeText);
   };
   Frame f{format, 0, 0};
   const py::ssize_t rows = a.ndim() > 0 ? a.shape(0) : 0;
@@ -342,7 +350,7 @@ Frame FrameOfImage(const py::array& a, pelcast_format format, const py::object& 
   }
   const uint64_t limit = std::numeric_limits<uint32_t>::max();
   if (static_cast<uint64_t>(rows) > limit || static_cast<uint64_t>(columns) > limit) {
-    Fail(PELCAST_ERROR_SIZE_LIMIT, "a " + name + " image of shape " + shapeText);
+    Fail(PELCAST_ERROR_SIZE_LIMIT, name + " image of shape " + shapeText);
   }
   f.height = static_cast<uint32_t>(rows);
   f.width = static_cast<uint32_t>(columns);
@@ -350,25 +358,24 @@ Frame FrameOfImage(const py::array& a, pelcast_format format, const py::object& 
     f.height = static_cast<uint32_t>(2 * static_cast<uint64_t>(rows) / 3);
     if (f.height + Nv12ChromaRows(f.height) != rows) {
       Fail(PELCAST_ERROR_INVALID_ARGUMENT,
-           "an nv12 image has height + (height + 1) // 2 rows, which no height gives for " +
+           "nv12 images have height + (height + 1) // 2 rows, which no height gives for " +
                std::to_string(rows));
     }
     if (!width.is_none()) {
       f.width = ParseDimension(width, "width");
       if (Nv12Columns(f.width) != columns) {
-        Fail(PELCAST_ERROR_INVALID_ARGUMENT, "an nv12 image of width " + std::to_string(f.width) +
-                                                 " has " + std::to_string(Nv12Columns(f.width)) +
+        Fail(PELCAST_ERROR_INVALID_ARGUMENT, "nv12 images of width " + std::to_string(f.width) +
+                                                 " have " + std::to_string(Nv12Columns(f.width)) +
                                                  " columns, not " + std::to_string(columns));
       }
     } else if ((columns & 1) != 0) {
       Fail(PELCAST_ERROR_INVALID_ARGUMENT,
-           "an nv12 image has an even number of columns (an odd width w has w + 1, given as "
+           "nv12 images have an even number of columns (an odd width w has w + 1, given as "
            "width=w), not " + std::to_string(columns));
     }
   } else if (!width.is_none() && ParseDimension(width, "width") != f.width) {
     Fail(PELCAST_ERROR_INVALID_ARGUMENT, "width " + Text(width) +
-                                             " is not the width of a " + name +
-                                             " image of shape " + shapeText);
+                                             " is not the width of the " + name + " image of shape " + shapeText);
   }
   return f;
 }
