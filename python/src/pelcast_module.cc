@@ -307,9 +307,9 @@ py::array CheckOut(const py::object& out, const Frame& f) {
   const bool sameShape = static_cast<size_t>(a.ndim()) == shape.size() &&
                          std::equal(shape.begin(), shape.end(), a.shape());
   if (!sameShape || !a.dtype().equal(DtypeOf(f.format))) {
-    Fail(PELCAST_ERROR_INVALID_ARGUMENT,
-         "out is " + Text(a.dtype()) + " " + ShapeText(a) + "; " + Describe(f) + " frames are " +
-             Text(DtypeOf(f.format)) + " " + ShapeText(shape));
+    Fail(PELCAST_ERROR_INVALID_ARGUMENT, "out is " + Text(a.dtype()) + " " + ShapeText(a) + "; " +
+                                             Describe(f) + " frames are " +
+                                             Text(DtypeOf(f.format)) + " " + ShapeText(shape));
   }
   if (!a.writeable()) Fail(PELCAST_ERROR_INVALID_ARGUMENT, "out is read-only");
   return a;
@@ -337,7 +337,8 @@ Frame FrameOfImage(const py::array& a, pelcast_format format, const py::object& 
   const std::string shapeText = ShapeText(a);
   const std::string name = NameOf(format);
   auto wrongShape = [&](const std::string& want) {
-    Fail(PELCAST_ERROR_INVALID_ARGUMENT, name + " images have the shape " + want + ", not " + shapeText);
+    Fail(PELCAST_ERROR_INVALID_ARGUMENT,
+         name + " images have the shape " + want + ", not " + shapeText);
   };
   Frame f{format, 0, 0};
   const py::ssize_t rows = a.ndim() > 0 ? a.shape(0) : 0;
@@ -371,11 +372,12 @@ Frame FrameOfImage(const py::array& a, pelcast_format format, const py::object& 
     } else if ((columns & 1) != 0) {
       Fail(PELCAST_ERROR_INVALID_ARGUMENT,
            "nv12 images have an even number of columns (an odd width w has w + 1, given as "
-           "width=w), not " + std::to_string(columns));
+           "width=w), not " +
+               std::to_string(columns));
     }
   } else if (!width.is_none() && ParseDimension(width, "width") != f.width) {
-    Fail(PELCAST_ERROR_INVALID_ARGUMENT, "width " + Text(width) +
-                                             " is not the width of the " + name + " image of shape " + shapeText);
+    Fail(PELCAST_ERROR_INVALID_ARGUMENT, "width " + Text(width) + " is not the width of the " +
+                                             name + " image of shape " + shapeText);
   }
   return f;
 }
@@ -391,7 +393,8 @@ size_t ZpakFrameSize(const std::string& format, const py::handle& width, const p
   return size;
 }
 
-size_t LinearFrameSize(const std::string& format, const py::handle& width, const py::handle& height) {
+size_t LinearFrameSize(const std::string& format, const py::handle& width,
+                       const py::handle& height) {
   const Frame f = ParseFrame(format, width, height);
   const size_t size = pelcast_linear_frame_size(f.format, f.width, f.height);
   if (size == 0) FailRefusedSize(f);
@@ -454,7 +457,8 @@ py::dict PlaneDict(const pelcast_plane_stats& s) {
   d["tiles"] = s.tiles;
   d["units"] = s.units;
   d["raw_units"] = s.raw_units;
-  d["ratio"] = s.raw_units == 0 ? 0.0 : static_cast<double>(s.units) / static_cast<double>(s.raw_units);
+  d["ratio"] =
+      s.raw_units == 0 ? 0.0 : static_cast<double>(s.units) / static_cast<double>(s.raw_units);
   d["tiles_by_units"] = byUnits;
   d["raw_tiles"] = s.raw_tiles;
   d["bad_metadata_tiles"] = s.bad_metadata_tiles;
@@ -509,7 +513,8 @@ Bytes of one packed linear frame: RGBA8888 4 per pixel, RGB565 2 per pixel,
 NV12 the Y plane (width x height) then (height + 1) // 2 rows of width
 rounded up to even bytes of U,V pairs.)";
 
-constexpr const char* kDecodeDoc = R"(decode(data, format, width, height, *, threads=None, out=None) -> numpy.ndarray
+constexpr const char* kDecodeDoc =
+    R"(decode(data, format, width, height, *, threads=None, out=None) -> numpy.ndarray
 
 Decodes the ZPAK frame at the start of `data` (any buffer: bytes, bytearray,
 memoryview, mmap, numpy array; bytes after the frame are ignored).
@@ -576,12 +581,10 @@ PYBIND11_MODULE(_pelcast, m) {
         kZpakFrameSizeDoc);
   m.def("linear_frame_size", &LinearFrameSize, py::arg("format"), py::arg("width"),
         py::arg("height"), kLinearFrameSizeDoc);
-  m.def("decode", &Decode, py::arg("data"), py::arg("format"), py::arg("width"),
-        py::arg("height"), py::kw_only(), py::arg("threads") = py::none(),
-        py::arg("out") = py::none(), kDecodeDoc);
+  m.def("decode", &Decode, py::arg("data"), py::arg("format"), py::arg("width"), py::arg("height"),
+        py::kw_only(), py::arg("threads") = py::none(), py::arg("out") = py::none(), kDecodeDoc);
   m.def("encode", &Encode, py::arg("image"), py::arg("format"), py::kw_only(),
-        py::arg("threads") = py::none(), py::arg("width") = py::none(),
-        kEncodeDoc);
+        py::arg("threads") = py::none(), py::arg("width") = py::none(), kEncodeDoc);
   m.def("stats", &Stats, py::arg("data"), py::arg("format"), py::arg("width"), py::arg("height"),
         kStatsDoc);
 }
