@@ -1,0 +1,54 @@
+// What the zpak tests share: pictures with the look of real content, ZPAK
+// dumps made from them with the library's encoder, and a runner of the built
+// zpak program with its standard input, output and error.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "pelcast/pelcast.h"
+#include "tests/test_support.h"
+
+namespace pelcast::zpak::testing {
+
+using pelcast::testing::Bytes;
+
+// A packed linear frame (pelcast_linear_frame_size bytes) of a scene: smooth
+// shading, flat shapes with hard edges and a patch of fine texture, so tiles
+// of every length occur and neighbouring tiles join up as in a photograph.
+// RGBA8888 alpha is 255 but for a translucent band. `seed` moves the scene.
+Bytes MakePicture(pelcast_format format, uint32_t width, uint32_t height, uint32_t seed);
+
+// `frames` pictures (seeds seed, seed + 1, ...) encoded back to back.
+Bytes MakeDump(pelcast_format format, uint32_t width, uint32_t height, uint32_t frames,
+               uint32_t seed);
+
+// One frame encoded or decoded by the library, checked to succeed.
+Bytes EncodeFrame(pelcast_format format, uint32_t width, uint32_t height, const Bytes& linear);
+Bytes DecodeFrame(pelcast_format format, uint32_t width, uint32_t height, const Bytes& zpak);
+
+// "nv12", "rgba8888", "rgb565".
+std::string FormatName(pelcast_format format);
+
+struct ZpakRun {
+  std::string out;
+  std::string err;
+  int status;  // -1 when the program did not exit normally
+};
+
+// Runs the built zpak with `args` (after the program name) in `workDir`,
+// `input` as its standard input.
+ZpakRun RunZpak(const std::vector<std::string>& args, const Bytes& input = {},
+                const std::string& workDir = ".");
+
+// A picture read back from a PNG file with libpng: 1 to 4 channels of 8 bits.
+struct PngPicture {
+  uint32_t width = 0;
+  uint32_t height = 0;
+  uint32_t channels = 0;
+  std::vector<uint8_t> samples;
+};
+PngPicture ReadPngFile(const std::string& path);
+
+}  // namespace pelcast::zpak::testing
