@@ -1,9 +1,9 @@
 #!/usr/bin/env python3
 """Decode and encode speed of the pelcast Python package against the same
-libpelcast calls made from C, measured in the same run.
+libpelcast calls made from C, measured side by side in one process.
 
     build/python-venv/bin/python python/benchmarks/bench.py [--corpus DIR]
-        [--rounds N] [--calls N] [--markdown FILE]
+        [--calls N] [--markdown FILE]
 
 Frames: 1920x1080 frames of the project's corpus (--corpus, else
 $PELCAST_CORPUS_DIR, else ../shared/corpus beside the repository):
@@ -11,18 +11,20 @@ photo-boats (NV12 and RGBA8888), photo-mountains (RGB565) and the eight
 frames of pan-hillside (NV12) for the two-Python-threads figure. Without the
 corpus, generated frames of the same size are used and the output says so.
 
-The C side is c_bench.c, compiled here against the libpelcast.a the package
-was linked with (python/build/*/libpelcast/api/libpelcast.a; else
-build/release's). Its per-call mode makes the calls the package makes for
-each frame (codec with its threads, output allocated, decode or encode, both
-freed); its reused mode keeps one codec and one buffer. Each round times
-Python, then C, on the same frame and thread count; the figures are medians
-over the rounds of per-call medians, and the ratios medians of the rounds'
-ratios. MB/s are 10^6 bytes of the packed linear frame per second, in both
-directions. Every output is checked before it is timed.
+The C side is c_bench.c, compiled here into a shared library with the
+libpelcast.a the package was linked with (python/build/*/libpelcast/api/
+libpelcast.a; else build/release's) and loaded with ctypes. Its per-call
+timing makes the calls the package makes for each frame (codec with its
+threads, output allocated, decode or encode, both freed); its reused timing
+keeps one codec and one buffer. Each of N steps times one Python call and
+one call of each C timing, in turn, so that all three see the machine in
+the same state; MB/s are medians of the steps (10^6 bytes of the packed
+linear frame per second, both directions), ratios medians of the steps'
+ratios. Every output is checked before it is timed.
 """
 
 import argparse
+import ctypes
 import glob
 import os
 import platform
@@ -112,63 +114,76 @@ def package_library():
     return library
 
 
-def build_c_bench(library, folder):
-    program = folder / "c_bench"
-    subprocess.run(["cc", "-O2", "-std=c99", "-Wall", "-Wextra", "-Werror", "-DPELCAST_STATIC_DEFINE",
-                    f"-I{REPOSITORY / 'include'}", str(HERE / "c_bench.c"), str(library),
-                    "-lstdc++", "-lm", "-lpthread", "-o", str(program)], check=True)
-    return program
+def load_c_bench(library, folder):
+    path = folder / "c_bench.so"
+    subprocess.run(["cc", "-O2", "-std=c99", "-shared", "-fPIC", "-Wall", "-Wextra", "-Werror",
+                    "-DPELCAST_STATIC_DEFINE", f"-I{REPOSITORY / 'include'}", str(HERE / "c_bench.c"),
+                    str(library), "-Wl,--exclude-libs,ALL", "-lstdc++", "-lm", "-lpthread", "-o", str(path)],
+                   check=True)
+    c = ctypes.CDLL(str(path))
+    c.bench_open.restype = ctypes.c_void_p
+    c.bench_open.argtypes = [ctypes.c_int, ctypes.c_int, ctypes.c_uint32, ctypes.c_uint32, ctypes.c_char_p,
+                             ctypes.c_size_t, ctypes.c_char_p, ctypes.c_size_t, ctypes.c_uint32]
+    for timing in (c.bench_per_call, c.bench_reused):
+        timing.restype = ctypes.c_double
+        timing.argtypes = [ctypes.c_void_p]
+    c.bench_close.argtypes = [ctypes.c_void_p]
+    return c
 
 
-def median_call(call, calls):
-    times = []
-    for _ in range(calls):
-        start = time.perf_counter()
-        call()
-        times.append(time.perf_counter() - start)
-    return statistics.median(times)
+# The library's format numbers (pelcast_format).
+FORMAT_NUMBERS = {"nv12": 1, "rgba8888": 2, "rgb565": 3}
 
 
-def c_call(program, operation, fmt, files, threads, calls):
-    out = subprocess.run([str(program), operation, fmt, str(WIDTH), str(HEIGHT), str(files[0]), str(files[1]),
-                          str(threads), str(calls)], check=True, capture_output=True, text=True).stdout
-    return {mode: float(seconds) for mode, seconds in (line.split() for line in out.splitlines())}
+def time_call(call):
+    start = time.perf_counter()
+    call()
+    return time.perf_counter() - start
 
 
-def time_subject(program, fmt, image, folder, rounds, calls):
+def time_subject(c, fmt, image, calls):
     """Rows of figures for one frame: decode and encode at 1 and 2 threads."""
     zpak = pelcast.encode(image, fmt)
     assert np.array_equal(pelcast.decode(zpak, fmt, WIDTH, HEIGHT), image)
-    linear_bytes = pelcast.linear_frame_size(fmt, WIDTH, HEIGHT)
-    files = (folder / f"{fmt}.linear", folder / f"{fmt}.zpak")
-    files[0].write_bytes(image.tobytes())
-    files[1].write_bytes(zpak)
-    python_calls = {
-        "decode": lambda t: pelcast.decode(zpak, fmt, WIDTH, HEIGHT, threads=t),
-        "encode": lambda t: pelcast.encode(image, fmt, threads=t),
-    }
+    linear = image.tobytes()
     rows = []
-    for operation, call in python_calls.items():
+    for operation in ("decode", "encode"):
+        encoding = operation == "encode"
+        source, result = (linear, zpak) if encoding else (zpak, linear)
         for threads in THREADS:
-            assert (call(threads) == zpak) if operation == "encode" else np.array_equal(call(threads), image)
-            figures = {"python": [], "per_call": [], "reused": []}
-            for _ in range(rounds):
-                figures["python"].append(median_call(lambda: call(threads), calls))
-                for mode, seconds in c_call(program, operation, fmt, files, threads, calls).items():
-                    figures[mode].append(seconds)
-            rate = {k: [linear_bytes / s / 1e6 for s in v] for k, v in figures.items()}
+            if encoding:
+                call = lambda: pelcast.encode(image, fmt, threads=threads)  # noqa: E731
+                assert call() == zpak
+            else:
+                call = lambda: pelcast.decode(zpak, fmt, WIDTH, HEIGHT, threads=threads)  # noqa: E731
+                assert np.array_equal(call(), image)
+            job = c.bench_open(int(encoding), FORMAT_NUMBERS[fmt], WIDTH, HEIGHT, source, len(source),
+                               result, len(result), threads)
+            if not job:
+                sys.exit(f"c_bench: {operation} of {fmt} failed or gave other bytes")
+            timings = {"python": call, "per_call": lambda: c.bench_per_call(job),
+                       "reused": lambda: c.bench_reused(job)}
+            seconds = {name: [] for name in timings}
+            order = list(timings)
+            for step in range(calls):
+                for name in order[step % 3:] + order[: step % 3]:
+                    seconds[name].append(time_call(timings[name]) if name == "python" else timings[name]())
+            c.bench_close(job)
+            if min(min(v) for v in seconds.values()) < 0:
+                sys.exit(f"c_bench: a timed {operation} of {fmt} failed")
+            rate = {name: [len(linear) / s / 1e6 for s in values] for name, values in seconds.items()}
             rows.append({
                 "operation": operation, "threads": threads,
                 "python": statistics.median(rate["python"]),
                 "per_call": statistics.median(rate["per_call"]),
                 "reused": statistics.median(rate["reused"]),
-                "ratio": statistics.median(p / c for p, c in zip(rate["python"], rate["per_call"])),
-                "ratio_reused": statistics.median(p / c for p, c in zip(rate["python"], rate["reused"])),
+                "ratio": statistics.median(p / q for p, q in zip(rate["python"], rate["per_call"])),
+                "ratio_reused": statistics.median(p / q for p, q in zip(rate["python"], rate["reused"])),
             })
     return rows
 
 
-def time_python_threads(frames, rounds):
+def time_python_threads(frames, runs):
     """Eight frames decoded one after another, on two Python threads, and
     one after another with the library's two threads each."""
     zpaks = [pelcast.encode(frame, "nv12") for frame in frames]
@@ -190,7 +205,7 @@ def time_python_threads(frames, rounds):
     for run in (serial, library_threads, two_python_threads):
         assert all(np.array_equal(a, f) for a, f in zip(run(), frames))
     times = {run.__name__: [] for run in (serial, library_threads, two_python_threads)}
-    for _ in range(rounds * 3):
+    for _ in range(runs):
         for run in (serial, library_threads, two_python_threads):
             start = time.perf_counter()
             run()
@@ -216,17 +231,17 @@ def report(subject_rows, pan_name, pan, args, corpus_note, library, load_before)
         "# Python package benchmark",
         "",
         "Regenerated by `python/benchmarks/bench.py --markdown python/benchmarks/RESULTS.md`; do not edit "
-        "by hand. Every ratio divides two figures of this same run, taken round after round on the same "
-        "frame: Python's `pelcast.decode` / `pelcast.encode` against the same libpelcast calls from C "
-        "(`c_bench.c`): *per call* makes what the package makes for each frame (codec with its threads, "
-        "output buffer), *reused* keeps one codec and one buffer. MB/s are 10^6 bytes of the packed "
-        "linear frame per second, medians over the rounds of per-call medians.",
+        "by hand. Python's `pelcast.decode` / `pelcast.encode` against the same libpelcast calls from C "
+        "(`c_bench.c`, loaded into the same process): *per call* makes what the package makes for each "
+        "frame (codec with its threads, output buffer), *reused* keeps one codec and one buffer. Each step "
+        "times one call of each, in turn, on the same frame; MB/s (10^6 bytes of the packed linear frame "
+        "per second) are medians of the steps, ratios medians of the steps' ratios.",
         "",
         f"- Machine: {machine()}",
         f"- Python {platform.python_version()}, numpy {np.__version__}, pelcast {pelcast.__version__}; "
         f"C side linked with {library.relative_to(REPOSITORY) if library.is_relative_to(REPOSITORY) else library}",
         f"- Frames: {corpus_note}",
-        f"- Run: {time.strftime('%Y-%m-%dT%H:%M:%S%z')}, {args.rounds} rounds of {args.calls} calls; "
+        f"- Run: {time.strftime('%Y-%m-%dT%H:%M:%S%z')}, {args.calls} steps per row; "
         f"load average before {load_before[0]:.2f}, after {os.getloadavg()[0]:.2f}",
         "",
         "| frame | call | threads | Python MB/s | C per call MB/s | Python / C | C reused MB/s | Python / C reused |",
@@ -239,7 +254,7 @@ def report(subject_rows, pan_name, pan, args, corpus_note, library, load_before)
     serial = pan["serial"]
     lines += [
         "",
-        f"Eight NV12 frames ({pan_name}) decoded with `pelcast.decode`, medians of {args.rounds * 3} runs:",
+        f"Eight NV12 frames ({pan_name}) decoded with `pelcast.decode`, medians of {args.runs} runs of each, in turn:",
         "",
         "| how | ms | speed-up over one after another |",
         "|---|---:|---:|",
@@ -254,8 +269,8 @@ def report(subject_rows, pan_name, pan, args, corpus_note, library, load_before)
 def main():
     parser = argparse.ArgumentParser(description=__doc__.split("\n\n")[0])
     parser.add_argument("--corpus", help="folder of the 1920x1080 corpus frames")
-    parser.add_argument("--rounds", type=int, default=5)
-    parser.add_argument("--calls", type=int, default=20)
+    parser.add_argument("--calls", type=int, default=120, help="steps per row")
+    parser.add_argument("--runs", type=int, default=30, help="runs of the eight-frame decodes")
     parser.add_argument("--markdown", help="also write the report to this file")
     args = parser.parse_args()
 
@@ -269,14 +284,14 @@ def main():
     library = package_library()
     with tempfile.TemporaryDirectory() as temporary:
         folder = Path(temporary)
-        program = build_c_bench(library, folder)
+        c = load_c_bench(library, folder)
         subject_rows = []
         for fmt, name, image in load_subjects(corpus):
             print(f"timing {name}", file=sys.stderr)
-            subject_rows.append((name, time_subject(program, fmt, image, folder, args.rounds, args.calls)))
+            subject_rows.append((name, time_subject(c, fmt, image, args.calls)))
     pan_name, frames = load_pan(corpus)
     print(f"timing 8 frames of {pan_name}", file=sys.stderr)
-    pan = time_python_threads(frames, args.rounds)
+    pan = time_python_threads(frames, args.runs)
     text = report(subject_rows, pan_name, pan, args, corpus_note, library, load_before)
     print(text)
     if args.markdown:
