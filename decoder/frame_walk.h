@@ -116,39 +116,6 @@ struct PaddedTile {
 
 inline constexpr uint64_t kBitsPerByte = 8;
 
-// The addresses of one tile row, looked up once for the row. Lookups of its
-// tiles give exactly what TileSlot and TileMetaOffset give: a metadata
-// offset is a row part plus a column part (MetaByteOffset(row, 0, T) +
-// MetaByteOffset(0, column, T)), and both are 0 outside the tables.
-struct TileRowAddresses {
-  const uint64_t* slots;  // the row of the slot table; null outside it
-  uint64_t slotColumns;   // 0 outside the slot table
-  uint64_t metaRowBase;
-  uint64_t metaColumns;  // 0 outside the metadata table
-};
-
-inline TileRowAddresses RowAddresses(const TileAddressTables& tables, uint64_t row) {
-  TileRowAddresses a{nullptr, 0, 0, 0};
-  if (!tables.valid) return a;
-  if (row < tables.layout.tileRows) {
-    a.slots = tables.slots + row * tables.slotColumns;
-    a.slotColumns = tables.slotColumns;
-  }
-  if (row < tables.layout.metaRows) {
-    a.metaRowBase = MetaByteOffset(row, 0, tables.layout.metaTilesPerRow);
-    a.metaColumns = tables.metaColumns;
-  }
-  return a;
-}
-
-inline uint64_t SlotAt(const TileRowAddresses& a, uint64_t column) {
-  return column < a.slotColumns ? a.slots[column] : 0;
-}
-
-inline uint64_t MetaOffsetAt(const TileRowAddresses& a, uint64_t column) {
-  return column < a.metaColumns ? a.metaRowBase + MetaByteOffset(0, column, 0) : 0;
-}
-
 // Asks for `count` bytes from `offset` of a plane to be brought into the
 // cache, when they are loaded. Inlined always: a call of a function that
 // only prefetches counts as free of effects and would be dropped.

@@ -225,18 +225,21 @@ constexpr uint64_t kPrefetchTiles = 8;
 // processor's own prefetchers, following rows rather than slots, do not
 // foresee. Inlined always, as a function of prefetches alone would be
 // dropped.
-[[gnu::always_inline]] inline void PrefetchTile(const ZpakContext& context,
+[[gnu::always_inline]] inline void PrefetchTile(const TileRowAddresses& row,
                                                 const ZpakConfig& config, const PlaneWalk& walk,
                                                 uint64_t tr, uint64_t tc) {
   if (tc >= walk.tilesPerRow) return;
-  const TileAddressTables& tables = context.addressTables;
-  PrefetchBounded<true>(walk.dataPlane, kSlotBytes * TileSlot(tables, tr, tc), kSlotBytes,
+  PrefetchBounded<true>(walk.dataPlane, kSlotBytes * SlotAt(row, tc), kSlotBytes,
                         config.compressedEnd);
-  PrefetchBounded<true>(walk.metaPlane, TileMetaOffset(tables, tr, tc), 1, config.compressedEnd);
+  PrefetchBounded<true>(walk.metaPlane, MetaOffsetAt(row, tc), 1, config.compressedEnd);
+  // Rows are asked for a cache line at a time: only by the tile whose row
+  // starts a line.
+  constexpr uint64_t kLineBytes = 64;
   const uint64_t y = walk.rows * tr;
   if (walk.planeIndex == 1) {
     const uint64_t chromaWidth = config.width / 2;
     const uint64_t x = kChromaTileWidth * tc;
+    if (x % kLineBytes != 0) return;
     if (x + kChromaTileWidth > chromaWidth || y + walk.rows > config.height / 2) return;
     for (uint64_t k = 0; k < walk.rows; ++k) {
       const uint64_t at = (y + k) * chromaWidth + x;
@@ -246,6 +249,7 @@ constexpr uint64_t kPrefetchTiles = 8;
     return;
   }
   const uint64_t x = walk.rowElements * tc;
+  if ((walk.elementBytes * x) % kLineBytes != 0) return;
   if (x + walk.rowElements > config.width || y + walk.rows > config.height) return;
   const uint64_t pitch = walk.elementBytes * config.width;
   for (uint64_t k = 0; k < walk.rows; ++k) {
@@ -286,8 +290,9 @@ void WalkPlane(ZpakContext* context, const ZpakConfig& config, const PlaneWalk& 
     context->planeIndex = walk.planeIndex;
   }
   for (uint64_t tr = rows.first; tr < rows.end; ++tr) {
+    const TileRowAddresses row = RowAddresses(context->addressTables, tr);
     for (uint64_t tc = 0; tc < walk.tilesPerRow; ++tc) {
-      PrefetchTile(*context, config, walk, tr, tc + kPrefetchTiles);
+      PrefetchTile(row, config, walk, tr, tc + kPrefetchTiles);
       EncodeTileAt(context, config, walk, shape, tr, tc);
     }
   }
@@ -308,25 +313,51 @@ void EncodeNv12(ZpakContext* context, const ZpakConfig& config, const TileRowBan
   const uint64_t tilesPerRow = CeilDiv(config.width, kLumaTileWidth);
   const uint64_t lumaRows = CeilDiv(config.height, kNv12TileHeight);
   if (lumaRows == 0) return;
-  const PlaneWalk luma{config.yDataPlane, config.yMetaPlane, tilesPerRow, lumaRows, 0,
-                       kContextNv12, kLumaTileWidth, 1, kNv12TileHeight, config.linearY,
-                       nullptr, nullptr};
+  const PlaneWalk luma{config.yDataPlane,
+                       config.yMetaPlane,
+                       tilesPerRow,
+                       lumaRows,
+                       0,
+                       kContextNv12,
+                       kLumaTileWidth,
+                       1,
+                       kNv12TileHeight,
+                       config.linearY,
+                       nullptr,
+                       nullptr};
   WalkPlane(context, config, luma, RowsOfPlane(band, kLumaPlane, luma.tileRows));
   // The V plane follows the U plane at (width x height) / 4, as the command lays them out.
   const uint8_t* vPlane =
       config.linearUv != nullptr ? config.linearUv + (config.width * config.height) / 4 : nullptr;
-  const PlaneWalk chroma{config.uvDataPlane, config.uvMetaPlane, tilesPerRow, (lumaRows + 1) / 2,
-                         1, kContextNv12, kChromaTileWidth, kChromaPairBytes, kNv12TileHeight,
-                         nullptr, config.linearUv, vPlane};
+  const PlaneWalk chroma{config.uvDataPlane,
+                         config.uvMetaPlane,
+                         tilesPerRow,
+                         (lumaRows + 1) / 2,
+                         1,
+                         kContextNv12,
+                         kChromaTileWidth,
+                         kChromaPairBytes,
+                         kNv12TileHeight,
+                         nullptr,
+                         config.linearUv,
+                         vPlane};
   WalkPlane(context, config, chroma, RowsOfPlane(band, kChromaPlane, chroma.tileRows));
 }
 
 void EncodeRgba(ZpakContext* context, const ZpakConfig& config, const TileRowBand& band) {
   PrepareTileAddressTables(&context->addressTables, RgbaLayout(config));
-  const PlaneWalk plane{config.yDataPlane, config.yMetaPlane, CeilDiv(config.width, kRgbaTileWidth),
-                        CeilDiv(config.height, kRgbaTileHeight), 0, kContextRgba8888,
-                        kRgbaTileWidth, kRgbaPixelBytes, kRgbaTileHeight, config.linearY,
-                        nullptr, nullptr};
+  const PlaneWalk plane{config.yDataPlane,
+                        config.yMetaPlane,
+                        CeilDiv(config.width, kRgbaTileWidth),
+                        CeilDiv(config.height, kRgbaTileHeight),
+                        0,
+                        kContextRgba8888,
+                        kRgbaTileWidth,
+                        kRgbaPixelBytes,
+                        kRgbaTileHeight,
+                        config.linearY,
+                        nullptr,
+                        nullptr};
   WalkPlane(context, config, plane, RowsOfPlane(band, kLumaPlane, plane.tileRows));
 }
 

@@ -139,14 +139,13 @@ constexpr uint64_t kPrefetchTiles = 8;
 // Asks for what tile (tr, tc), some way ahead of the walk, will read and
 // write: its rows, its slot and its two metadata bytes (see the NV12 and
 // RGBA8888 walk).
-[[gnu::always_inline]] inline void PrefetchTile(const ZpakContext& context,
+[[gnu::always_inline]] inline void PrefetchTile(const TileRowAddresses& row,
                                                 const ZpakConfig& config, uint64_t tr, uint64_t tc,
                                                 uint64_t tilesPerRow) {
   if (tc >= tilesPerRow) return;
-  const TileAddressTables& tables = context.addressTables;
-  PrefetchBounded<true>(config.yDataPlane, kSlotBytes * TileSlot(tables, tr, tc), kSlotBytes,
+  PrefetchBounded<true>(config.yDataPlane, kSlotBytes * SlotAt(row, tc), kSlotBytes,
                         config.compressedEnd);
-  PrefetchBounded<true>(config.yMetaPlane, TileMetaOffset(tables, tr, kHalvesPerTile * tc), 2,
+  PrefetchBounded<true>(config.yMetaPlane, MetaOffsetAt(row, kHalvesPerTile * tc), 2,
                         config.compressedEnd);
   const uint64_t pitch = kPixelBytes * config.width;
   const uint64_t x = kTileRowBytes * tc;
@@ -192,8 +191,9 @@ uint64_t EncodeZpakFrameRgb565Band(ZpakContext* context, const ZpakConfig* confi
   }
   const BandRows rows = RowsOfPlane(band, kLumaPlane, tileRows);
   for (uint64_t tr = rows.first; tr < rows.end; ++tr) {
+    const TileRowAddresses row = RowAddresses(context->addressTables, tr);
     for (uint64_t tc = 0; tc < tilesPerRow; ++tc) {
-      if (fast) PrefetchTile(*context, *config, tr, tc + kPrefetchTiles, tilesPerRow);
+      if (fast) PrefetchTile(row, *config, tr, tc + kPrefetchTiles, tilesPerRow);
       for (uint64_t h = 0; h < kHalvesPerTile; ++h) {
         if (fast) {
           EncodeHalf(context, *config, shape, tr, tc, h);

@@ -152,8 +152,10 @@ void PlanBytePlane(const TileShape& s, const LaneKernels& k, const TileComponent
   const uint32_t blocks = kBlocks != 0 ? kBlocks : s.blocks;
   // A single block of four components is one 16 x 4 block.
   constexpr bool kOneBlock = kComponents == kMaxComponents && kBlocks == 1;
-  const uint32_t alpha =
-      LastComponentConstant<kOneBlock ? kBlockWidth : 0, kOneBlock ? kBlockHeight : 0>(s, t) ? 1 : 0;
+  const uint32_t alpha = LastComponentConstant < kOneBlock ? kBlockWidth : 0, kOneBlock
+                                                                                  ? kBlockHeight
+                                                                              : 0 > (s, t) ? 1
+                                                                                           : 0;
   const uint32_t coded = components - alpha;
   uint64_t plainBits = s.headerBits;
   for (uint32_t b = 0; b < blocks; ++b) {
@@ -192,9 +194,9 @@ void PlanBytePlane(const TileShape& s, const LaneKernels& k, const TileComponent
   }
   bool colour = false;
   if (s.colourPossible) {
-    const LaneSizing colourSizings[kColourComponents] = {
-        {s.escape[0], s.sampleBits[0]}, {s.escape[1], s.sampleBits[1] + 1},
-        {s.escape[2], s.sampleBits[2] + 1}};
+    const LaneSizing colourSizings[kColourComponents] = {{s.escape[0], s.sampleBits[0]},
+                                                         {s.escape[1], s.sampleBits[1] + 1},
+                                                         {s.escape[2], s.sampleBits[2] + 1}};
     if (k.colourLanes(t.plane, t.pitch, s.sampleBits[0], colourSizings, &scratch->colour,
                       scratch->exactLanes)) {
       uint64_t colourBits = s.headerBits + sharedBits + 2;  // components 1 and 2 are one bit wider
@@ -296,9 +298,9 @@ void PlanRgb565(const TileShape& s, const LaneKernels& k, const TileComponents& 
   for (uint32_t c = 0; c < kRgb565Components; ++c) directBits += s.sampleBits[c] + direct[c].bits;
   bool colour = false;
   if (s.colourPossible) {
-    const LaneSizing colourSizings[kColourComponents] = {
-        {s.escape[0], s.sampleBits[0]}, {s.escape[1], s.sampleBits[1] + 1},
-        {s.escape[2], s.sampleBits[2] + 1}};
+    const LaneSizing colourSizings[kColourComponents] = {{s.escape[0], s.sampleBits[0]},
+                                                         {s.escape[1], s.sampleBits[1] + 1},
+                                                         {s.escape[2], s.sampleBits[2] + 1}};
     if (k.colourLanes(t.plane, t.pitch, s.sampleBits[0], colourSizings, &scratch->colour,
                       scratch->exactLanes)) {
       uint64_t colourBits = s.headerBits;
@@ -337,26 +339,26 @@ bool LaneIsConstant(const uint8_t* rows, size_t pitch) {
   constexpr uint64_t kEveryByte = 0x0101010101010101;
   constexpr size_t kHalfRow = kBlockWidth / 2;
   const uint64_t repeated = rows[0] * kEveryByte;
-  uint64_t differing = 0;
+  // Row by row, so that a lane that is not constant (most are not) is
+  // turned away at its first row.
   for (uint32_t y = 0; y < kBlockHeight; ++y) {
     uint64_t left = 0;
     uint64_t right = 0;
     std::memcpy(&left, rows + y * pitch, sizeof left);
     std::memcpy(&right, rows + y * pitch + kHalfRow, sizeof right);
-    differing |= (left ^ repeated) | (right ^ repeated);
+    if (((left ^ repeated) | (right ^ repeated)) != 0) return false;
   }
-  return differing == 0;
+  return true;
 }
 
 // True when every lane of the tile is constant and a width of 0 is below
 // every escape (so that constant lanes take code 0).
 bool LanesAreConstant(const TileShape& s, const TileComponents& t) {
-  for (uint32_t c = 0; c < s.components; ++c) {
-    if (s.escape[c] == 0) return false;
-  }
+  if (!s.flatLanesCodeZero) return false;
   for (uint32_t b = 0; b < s.blocks; ++b) {
+    const size_t offset = s.blockY[b] * t.pitch + s.blockX[b];
     for (uint32_t c = 0; c < s.components; ++c) {
-      if (!LaneIsConstant(BlockRows(s, t, b, c), t.pitch)) return false;
+      if (!LaneIsConstant(t.plane[c] + offset, t.pitch)) return false;
     }
   }
   return true;
@@ -459,7 +461,8 @@ void WriteStream(const TileShape& s, const LaneKernels& k, const StreamPlan& pla
     // Three or four lanes: the codes of four groups at a time.
     uint64_t words[kGroupsPerBlock / kCodeGroupsPerWord];
     k.packCodes(packs, kLanes, words);
-    for (uint64_t codes : words) Append<kInBounds>(&writer, codes, kCodeGroupsPerWord * groupCodeBits);
+    for (uint64_t codes : words)
+      Append<kInBounds>(&writer, codes, kCodeGroupsPerWord * groupCodeBits);
   } else {
     // The codes of as many whole groups as fit one field at a time.
     word = 0;
