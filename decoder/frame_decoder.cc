@@ -79,6 +79,8 @@ uint64_t DecodeRgba8888Frame(ZpakContext* context, const ZpakConfig& config,
   TileKind kind;
   if (UsesTileKernel(*context, config, kernels, &kind) && kind == TileKind::kRgba8888) {
     PaddedTile padded{};
+    const bool streaming = StreamsOutput((rows.end - rows.first) * kRgbaWalk.tileHeight * pitch,
+                                         config.linearY, pitch);
     // Macro tile by macro tile: the 16 tiles of a macro tile fill 4 KB of
     // consecutive slots, which are then fetched together instead of a
     // quarter at a time on four passes over the macro row.
@@ -97,18 +99,19 @@ uint64_t DecodeRgba8888Frame(ZpakContext* context, const ZpakConfig& config,
             PrefetchAhead(addresses[tr - macroRow], config, data, meta,
                           tc + kPrefetchMacroTiles * kTilesPerMacroSide,
                           tc + 2 * kPrefetchMacroTiles * kTilesPerMacroSide);
-            if (tc + kPrefetchMacroTiles * kTilesPerMacroSide < tilesPerRow) {
+            if (!streaming && tc + kPrefetchMacroTiles * kTilesPerMacroSide < tilesPerRow) {
               PrefetchRows(
                   outRow + kRgbaWalk.tileRowBytes * (tc + kPrefetchMacroTiles * kTilesPerMacroSide),
                   pitch, kRgbaWalk.tileHeight, kRgbaWalk.tileRowBytes);
             }
             const TileLocation at = LocateTile(addresses[tr - macroRow], config, meta, tc);
             ExpandStoredTile(*kernels, kind, at, data, &padded,
-                             outRow + kRgbaWalk.tileRowBytes * tc, pitch);
+                             outRow + kRgbaWalk.tileRowBytes * tc, pitch, streaming);
           }
         }
       }
     }
+    if (streaming) kernels->finishStreaming();
     if (tilesPerRow != 0 && rows.end == tileRows) {
       FetchAndExpandTile(context, config, data, meta, kRgbaWalk, tileRows - 1, tilesPerRow - 1);
     }
@@ -152,6 +155,9 @@ void DecodeNv12PlaneWithKernel(ZpakContext* context, const ZpakConfig& config,
   PaddedTile padded{};
   alignas(32) uint8_t tile[kSlotBytes];
   const uint64_t rowLimit = plane.rowLimit - plane.origin;  // in output rows
+  const bool streaming =
+      StreamsOutput((plane.band.end - plane.band.first) * walk.tileHeight * plane.pitch,
+                    plane.output, plane.pitch);
   for (uint64_t tr = plane.band.first; tr < plane.band.end; ++tr) {
     const uint64_t row = walk.tileHeight * tr - plane.origin;
     const bool wholeRows = row + walk.tileHeight <= rowLimit;
@@ -159,7 +165,8 @@ void DecodeNv12PlaneWithKernel(ZpakContext* context, const ZpakConfig& config,
     for (uint64_t tc = 0; tc < plane.tilesPerRow; ++tc) {
       PrefetchAhead(addresses, config, plane.data, plane.meta, tc + kPrefetchTiles,
                     tc + 2 * kPrefetchTiles);
-      if (wholeRows && walk.tileRowBytes * (tc + kPrefetchTiles + 1) <= plane.columnLimit) {
+      if (!streaming && wholeRows &&
+          walk.tileRowBytes * (tc + kPrefetchTiles + 1) <= plane.columnLimit) {
         PrefetchRows(plane.output + row * plane.pitch + walk.tileRowBytes * (tc + kPrefetchTiles),
                      plane.pitch, walk.tileHeight, walk.tileRowBytes);
       }
@@ -167,7 +174,7 @@ void DecodeNv12PlaneWithKernel(ZpakContext* context, const ZpakConfig& config,
       const uint64_t column = walk.tileRowBytes * tc;
       if (wholeRows && column + walk.tileRowBytes <= plane.columnLimit) {
         ExpandStoredTile(kernels, kind, at, plane.data, &padded,
-                         plane.output + row * plane.pitch + column, plane.pitch);
+                         plane.output + row * plane.pitch + column, plane.pitch, streaming);
         continue;
       }
       ExpandStoredTile(kernels, kind, at, plane.data, &padded, tile, walk.tileRowBytes);
@@ -175,6 +182,7 @@ void DecodeNv12PlaneWithKernel(ZpakContext* context, const ZpakConfig& config,
       StoreClippedTile(tile, place, plane.output, plane.pitch, rowLimit, plane.columnLimit);
     }
   }
+  if (streaming) kernels.finishStreaming();
   // The context's tile buffers end as the general decoder leaves them.
   if (plane.band.end == plane.tileRows) {
     FetchAndExpandTile(context, config, plane.data, plane.meta, walk, plane.tileRows - 1,

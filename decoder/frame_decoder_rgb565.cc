@@ -98,6 +98,8 @@ void DecodeHalvesWithKernel(ZpakContext* context, const ZpakConfig& config, cons
   PaddedTile padded{};
   alignas(32) uint8_t tile[kHalfTileBytes];
   const TileAddressTables& tables = context->addressTables;
+  const bool streaming =
+      StreamsOutput((walk.end - walk.first) * kTileRows * walk.pitch, config.linearY, walk.pitch);
   for (uint64_t tr = walk.first; tr < walk.end; ++tr) {
     const uint64_t row = kTileRows * tr - walk.origin;
     const bool wholeRows = row + kTileRows <= walk.height - walk.origin;
@@ -106,7 +108,8 @@ void DecodeHalvesWithKernel(ZpakContext* context, const ZpakConfig& config, cons
       PrefetchBytes(walk.data, SlotAt(addresses, tc + kPrefetchTiles) * kSlotBytes, kSlotBytes);
       PrefetchBytes(walk.meta, MetaOffsetAt(addresses, kHalvesPerTile * (tc + kPrefetchTiles)), 2);
       const uint64_t aheadColumn = kHalvesPerTile * kHalfTileRowBytes * (tc + kPrefetchTiles);
-      if (wholeRows && aheadColumn + kHalvesPerTile * kHalfTileRowBytes <= walk.pitch) {
+      if (!streaming && wholeRows &&
+          aheadColumn + kHalvesPerTile * kHalfTileRowBytes <= walk.pitch) {
         PrefetchRows(config.linearY + row * walk.pitch + aheadColumn, walk.pitch, kTileRows,
                      kHalvesPerTile * kHalfTileRowBytes);
       }
@@ -118,7 +121,7 @@ void DecodeHalvesWithKernel(ZpakContext* context, const ZpakConfig& config, cons
         const uint64_t column = kHalvesPerTile * kHalfTileRowBytes * tc + kHalfTileRowBytes * half;
         if (wholeRows && column + kHalfTileRowBytes <= walk.pitch) {
           ExpandStoredTile(kernels, TileKind::kRgb565, at, walk.data, &padded,
-                           config.linearY + row * walk.pitch + column, walk.pitch);
+                           config.linearY + row * walk.pitch + column, walk.pitch, streaming);
           continue;
         }
         ExpandStoredTile(kernels, TileKind::kRgb565, at, walk.data, &padded, tile,
@@ -127,6 +130,7 @@ void DecodeHalvesWithKernel(ZpakContext* context, const ZpakConfig& config, cons
       }
     }
   }
+  if (streaming) kernels.finishStreaming();
   // The context's tile buffers end as the general decoder leaves them.
   if (walk.end == walk.tileRows) {
     DecodeHalfTile(context, config, walk.data, walk.meta, walk.tileRows - 1, walk.tilesPerRow - 1,

@@ -194,25 +194,35 @@ inline bool UsesTileKernel(const ZpakContext& context, const ZpakConfig& config,
 // part of `padded` is ever written.
 inline void ExpandStoredTile(const TileDecodeKernels& kernels, TileKind kind,
                              const TileLocation& at, const PlaneSource& data, PaddedTile* padded,
-                             uint8_t* out, uint64_t pitch) {
+                             uint8_t* out, uint64_t pitch, bool streaming = false) {
   const uint64_t staged = StagedTileBytes(kind);
   const auto k = static_cast<size_t>(kind);
+  const ExpandRawRoutine expandRaw =
+      streaming ? kernels.expandRawStreamed[k] : kernels.expandRaw[k];
+  const DecodeTileRoutine decode = streaming ? kernels.decodeStreamed[k] : kernels.decode[k];
   const uint8_t* from = nullptr;
   const uint64_t inside = BytesAt(data, at.offset, kPaddedTileBytes, &from);
   if (IsRawTile(kind, at.metadataByte)) {
     if (inside >= staged) {
-      kernels.expandRaw[k](from, out, pitch);
+      expandRaw(from, out, pitch);
       return;
     }
     FetchPlaneBytes(data, at.offset, staged, padded->bytes);
-    kernels.expandRaw[k](padded->bytes, out, pitch);
+    expandRaw(padded->bytes, out, pitch);
     return;
   }
-  if (inside == kPaddedTileBytes && kernels.decode[k](from, out, pitch) <= staged * kBitsPerByte) {
-    return;
-  }
+  if (inside == kPaddedTileBytes && decode(from, out, pitch) <= staged * kBitsPerByte) return;
   FetchPlaneBytes(data, at.offset, staged, padded->bytes);
-  kernels.decode[k](padded->bytes, out, pitch);
+  decode(padded->bytes, out, pitch);
+}
+
+// True when a walk writing `bytes` output bytes to rows starting at `out`,
+// `pitch` apart, streams them (see TileDecodeKernels): far more than the
+// cache holds, and aligned.
+inline bool StreamsOutput(uint64_t bytes, const uint8_t* out, uint64_t pitch) {
+  constexpr uint64_t kAlignment = 16;
+  return bytes >= kStreamedOutputBytes &&
+         ((reinterpret_cast<uintptr_t>(out) | pitch) & (kAlignment - 1)) == 0;
 }
 
 }  // namespace pelcast

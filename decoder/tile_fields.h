@@ -202,12 +202,11 @@ inline ConstantRows ConstantRowsOf(const TileFields& f) {
 
 // Rows a tile of the kind has, and bytes in one.
 template <TileKind K>
-inline constexpr uint32_t kTileRowsOf = K == TileKind::kNv12Luma || K == TileKind::kNv12Chroma
-                                            ? 2 * kBlockRows
-                                            : kBlockRows;
+inline constexpr uint32_t kTileRowsOf =
+    K == TileKind::kNv12Luma || K == TileKind::kNv12Chroma ? 2 * kBlockRows : kBlockRows;
 template <TileKind K>
-inline constexpr uint32_t kRowBytesOf = K == TileKind::kRgba8888 ? 4 * kBlockColumns
-                                                                 : 2 * kBlockColumns;
+inline constexpr uint32_t kRowBytesOf =
+    K == TileKind::kRgba8888 ? 4 * kBlockColumns : 2 * kBlockColumns;
 
 // The plain store of a constant tile, 8 bytes at a time.
 template <TileKind K>

@@ -6,6 +6,10 @@
 #include <cstring>
 
 #include "common/cpu.h"
+
+#if defined(__x86_64__)
+#include <emmintrin.h>
+#endif
 #include "decoder/micro_block.h"
 #include "decoder/tile_fields.h"
 
@@ -220,11 +224,29 @@ uint32_t DecodePlain(const uint8_t* stream, uint8_t* out, uint64_t pitch) {
   return static_cast<uint32_t>(end);
 }
 
+void FinishStreamingPlain() {}
+
+#if defined(__x86_64__)
+// Orders the streamed stores before every later store, so that whoever is
+// told the output is ready sees it.
+void FinishStreamingSse2() { _mm_sfence(); }
+#endif
+
+#define PELCAST_PLAIN_DECODE                                               \
+  {                                                                        \
+    DecodePlain<TileKind::kRgba8888>, DecodePlain<TileKind::kNv12Luma>,    \
+        DecodePlain<TileKind::kNv12Chroma>, DecodePlain<TileKind::kRgb565> \
+  }
+#define PELCAST_PLAIN_EXPAND \
+  { ExpandRaw<4, 16, 4>, ExpandRaw<1, 32, 8>, ExpandRaw<2, 16, 8>, ExpandRaw<2, 16, 4> }
+
 constexpr TileDecodeKernels kPlainKernels = {
     "plain",
-    {DecodePlain<TileKind::kRgba8888>, DecodePlain<TileKind::kNv12Luma>,
-     DecodePlain<TileKind::kNv12Chroma>, DecodePlain<TileKind::kRgb565>},
-    {ExpandRaw<4, 16, 4>, ExpandRaw<1, 32, 8>, ExpandRaw<2, 16, 8>, ExpandRaw<2, 16, 4>},
+    PELCAST_PLAIN_DECODE,
+    PELCAST_PLAIN_EXPAND,
+    PELCAST_PLAIN_DECODE,
+    PELCAST_PLAIN_EXPAND,
+    FinishStreamingPlain,
 };
 
 #if defined(__x86_64__)
@@ -232,15 +254,26 @@ constexpr TileDecodeKernels kAvx2Kernels = {
     "avx2",
     {DecodeRgba8888Avx2, DecodeLumaAvx2, DecodeChromaAvx2, DecodeRgb565Avx2},
     {ExpandRawRgba8888Avx2, ExpandRawLumaAvx2, ExpandRawChromaAvx2, ExpandRawRgb565Avx2},
+    {DecodeRgba8888StreamedAvx2, DecodeLumaStreamedAvx2, DecodeChromaStreamedAvx2,
+     DecodeRgb565StreamedAvx2},
+    {ExpandRawRgba8888StreamedAvx2, ExpandRawLumaStreamedAvx2, ExpandRawChromaStreamedAvx2,
+     ExpandRawRgb565StreamedAvx2},
+    FinishStreamingSse2,
 };
 #endif
 #if defined(__aarch64__)
 constexpr TileDecodeKernels kNeonKernels = {
     "neon",
     {DecodeRgba8888Neon, DecodeLumaNeon, DecodeChromaNeon, DecodeRgb565Neon},
-    {ExpandRaw<4, 16, 4>, ExpandRaw<1, 32, 8>, ExpandRaw<2, 16, 8>, ExpandRaw<2, 16, 4>},
+    PELCAST_PLAIN_EXPAND,
+    {DecodeRgba8888Neon, DecodeLumaNeon, DecodeChromaNeon, DecodeRgb565Neon},
+    PELCAST_PLAIN_EXPAND,
+    FinishStreamingPlain,
 };
 #endif
+
+#undef PELCAST_PLAIN_DECODE
+#undef PELCAST_PLAIN_EXPAND
 
 // Widest first, with the features each needs.
 struct KernelChoice {

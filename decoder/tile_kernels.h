@@ -95,12 +95,27 @@ using DecodeTileRoutine = uint32_t (*)(const uint8_t* stream, uint8_t* out, uint
 // Writes a raw tile's stored bytes (micro-block order) as raster rows.
 using ExpandRawRoutine = void (*)(const uint8_t* stored, uint8_t* out, uint64_t pitch);
 
-// The tile decoder's routines for one kernel set, indexed by TileKind.
+// Makes streamed rows visible, in order, before anything stored later:
+// called once a walk that streamed is done.
+using FinishStreamingRoutine = void (*)();
+
+// The tile decoder's routines for one kernel set, indexed by TileKind. The
+// streamed ones write the same bytes with stores that do not first read the
+// lines they fill, where the processor has them: for outputs far larger than
+// the cache, whose lines would otherwise be read from memory only to be
+// overwritten. They take rows and `pitch` 16-byte aligned.
 struct TileDecodeKernels {
   const char* name;
   DecodeTileRoutine decode[kTileKindCount];
   ExpandRawRoutine expandRaw[kTileKindCount];
+  DecodeTileRoutine decodeStreamed[kTileKindCount];
+  ExpandRawRoutine expandRawStreamed[kTileKindCount];
+  FinishStreamingRoutine finishStreaming;
 };
+
+// A frame walk streams its rows when it writes at least this many output
+// bytes, far more than the cache holds, to rows 16-byte aligned.
+inline constexpr uint64_t kStreamedOutputBytes = uint64_t{12} << 20;
 
 // The routines of the widest set that `features` (common/cpu.h) runs.
 const TileDecodeKernels& TileDecodeKernelsFor(uint32_t features);
@@ -117,6 +132,14 @@ void ExpandRawRgba8888Avx2(const uint8_t* stored, uint8_t* out, uint64_t pitch);
 void ExpandRawLumaAvx2(const uint8_t* stored, uint8_t* out, uint64_t pitch);
 void ExpandRawChromaAvx2(const uint8_t* stored, uint8_t* out, uint64_t pitch);
 void ExpandRawRgb565Avx2(const uint8_t* stored, uint8_t* out, uint64_t pitch);
+uint32_t DecodeRgba8888StreamedAvx2(const uint8_t* stream, uint8_t* out, uint64_t pitch);
+uint32_t DecodeLumaStreamedAvx2(const uint8_t* stream, uint8_t* out, uint64_t pitch);
+uint32_t DecodeChromaStreamedAvx2(const uint8_t* stream, uint8_t* out, uint64_t pitch);
+uint32_t DecodeRgb565StreamedAvx2(const uint8_t* stream, uint8_t* out, uint64_t pitch);
+void ExpandRawRgba8888StreamedAvx2(const uint8_t* stored, uint8_t* out, uint64_t pitch);
+void ExpandRawLumaStreamedAvx2(const uint8_t* stored, uint8_t* out, uint64_t pitch);
+void ExpandRawChromaStreamedAvx2(const uint8_t* stored, uint8_t* out, uint64_t pitch);
+void ExpandRawRgb565StreamedAvx2(const uint8_t* stored, uint8_t* out, uint64_t pitch);
 uint32_t DecodeRgba8888Neon(const uint8_t* stream, uint8_t* out, uint64_t pitch);
 uint32_t DecodeLumaNeon(const uint8_t* stream, uint8_t* out, uint64_t pitch);
 uint32_t DecodeChromaNeon(const uint8_t* stream, uint8_t* out, uint64_t pitch);

@@ -33,9 +33,8 @@ constexpr uint64_t LaneMask(uint32_t width) {
   return lane | lane << 16 | lane << 32 | lane << 48;
 }
 
-constexpr uint64_t kLaneMasks[] = {LaneMask(0), LaneMask(1), LaneMask(2), LaneMask(3),
-                                   LaneMask(4), LaneMask(5), LaneMask(6), LaneMask(7),
-                                   LaneMask(8), LaneMask(9)};
+constexpr uint64_t kLaneMasks[] = {LaneMask(0), LaneMask(1), LaneMask(2), LaneMask(3), LaneMask(4),
+                                   LaneMask(5), LaneMask(6), LaneMask(7), LaneMask(8), LaneMask(9)};
 
 // Field sets of a tile in stream order (group by group, series by series),
 // rounded up to whole vectors.
@@ -71,9 +70,12 @@ constexpr PositionTable MakeKindTables(TileKind kind, uint32_t series, bool colo
   return MakePositionTable(kind, series, colour);
 }
 constexpr PositionTable kPositionTables[4][2][2] = {
-#define PELCAST_KIND_TABLES(kind)                                                    \
-  {{MakeKindTables(kind, 3, false), MakeKindTables(kind, 3, true)},                  \
-   {MakeKindTables(kind, 4, false), MakeKindTables(kind, 4, true)}}
+#define PELCAST_KIND_TABLES(kind)                                      \
+  {                                                                    \
+    {MakeKindTables(kind, 3, false), MakeKindTables(kind, 3, true)}, { \
+      MakeKindTables(kind, 4, false), MakeKindTables(kind, 4, true)    \
+    }                                                                  \
+  }
     PELCAST_KIND_TABLES(TileKind::kRgba8888),
     PELCAST_KIND_TABLES(TileKind::kNv12Luma),
     PELCAST_KIND_TABLES(TileKind::kNv12Chroma),
@@ -87,9 +89,9 @@ constexpr uint32_t kCodesPerDeposit = 8;
 
 // Word 7 of each 128-bit half in all eight words of that half.
 PELCAST_AVX2 inline __m256i BroadcastLastWord(__m256i v) {
-  const __m256i last = _mm256_setr_epi8(14, 15, 14, 15, 14, 15, 14, 15, 14, 15, 14, 15, 14, 15,
-                                        14, 15, 14, 15, 14, 15, 14, 15, 14, 15, 14, 15, 14, 15,
-                                        14, 15, 14, 15);
+  const __m256i last =
+      _mm256_setr_epi8(14, 15, 14, 15, 14, 15, 14, 15, 14, 15, 14, 15, 14, 15, 14, 15, 14, 15, 14,
+                       15, 14, 15, 14, 15, 14, 15, 14, 15, 14, 15, 14, 15);
   return _mm256_shuffle_epi8(v, last);
 }
 
@@ -100,8 +102,16 @@ PELCAST_AVX2 inline __m256i CarryLastLane(__m256i d) {
   return _mm256_shuffle_epi8(d, last);
 }
 
+// kStream: stores that do not read the line they fill (the row is 16-byte
+// aligned), for outputs far larger than the cache.
+template <bool kStream>
 PELCAST_AVX2 inline void StoreRow(uint8_t* row, __m256i value) {
-  _mm256_storeu_si256(reinterpret_cast<__m256i*>(row), value);
+  if constexpr (kStream) {
+    _mm_stream_si128(reinterpret_cast<__m128i*>(row), _mm256_castsi256_si128(value));
+    _mm_stream_si128(reinterpret_cast<__m128i*>(row) + 1, _mm256_extracti128_si256(value, 1));
+  } else {
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(row), value);
+  }
 }
 
 // Low bytes of a and b, per 128-bit half: a's eight, then b's eight.
@@ -112,25 +122,29 @@ PELCAST_AVX2 inline __m256i PackLowBytes(__m256i a, __m256i b) {
 
 // Luma: halves hold blocks 0, 1 (top) and 2, 3 (bottom); row y of the top
 // blocks and row y + 4 of the bottom ones come from one block row.
-PELCAST_AVX2 inline void StoreLumaRow(const __m256i s[4], uint8_t* out, uint64_t pitch, uint32_t y) {
+template <bool kStream>
+PELCAST_AVX2 inline void StoreLumaRow(const __m256i s[4], uint8_t* out, uint64_t pitch,
+                                      uint32_t y) {
   // Per half: dwords block-even q0, block-odd q0, block-even q1, block-odd q1.
   constexpr int kEvenOdd = _MM_SHUFFLE(3, 1, 2, 0);
   const __m256i p01 = _mm256_shuffle_epi32(PackLowBytes(s[0], s[1]), kEvenOdd);
   const __m256i p23 = _mm256_shuffle_epi32(PackLowBytes(s[2], s[3]), kEvenOdd);
   const __m256i even = _mm256_unpacklo_epi64(p01, p23);  // blocks 0 | 2
   const __m256i odd = _mm256_unpackhi_epi64(p01, p23);   // blocks 1 | 3
-  StoreRow(out + y * pitch, _mm256_permute2x128_si256(even, odd, 0x20));
-  StoreRow(out + (y + kBlockRows) * pitch, _mm256_permute2x128_si256(even, odd, 0x31));
+  StoreRow<kStream>(out + y * pitch, _mm256_permute2x128_si256(even, odd, 0x20));
+  StoreRow<kStream>(out + (y + kBlockRows) * pitch, _mm256_permute2x128_si256(even, odd, 0x31));
 }
 
 // Chroma: halves hold block 0's U, V and block 1's; U and V interleave.
-PELCAST_AVX2 inline void StoreChromaRow(const __m256i s[4], uint8_t* out, uint64_t pitch, uint32_t y) {
+template <bool kStream>
+PELCAST_AVX2 inline void StoreChromaRow(const __m256i s[4], uint8_t* out, uint64_t pitch,
+                                        uint32_t y) {
   const __m256i interleave = _mm256_setr_epi8(0, 4, 1, 5, 2, 6, 3, 7, 8, 12, 9, 13, 10, 14, 11, 15,
                                               0, 4, 1, 5, 2, 6, 3, 7, 8, 12, 9, 13, 10, 14, 11, 15);
   const __m256i p01 = _mm256_shuffle_epi8(PackLowBytes(s[0], s[1]), interleave);
   const __m256i p23 = _mm256_shuffle_epi8(PackLowBytes(s[2], s[3]), interleave);
-  StoreRow(out + y * pitch, _mm256_permute2x128_si256(p01, p23, 0x20));
-  StoreRow(out + (y + kBlockRows) * pitch, _mm256_permute2x128_si256(p01, p23, 0x31));
+  StoreRow<kStream>(out + y * pitch, _mm256_permute2x128_si256(p01, p23, 0x20));
+  StoreRow<kStream>(out + (y + kBlockRows) * pitch, _mm256_permute2x128_si256(p01, p23, 0x31));
 }
 
 // Components of one block row: from four group vectors (halves c0, c1 | c2,
@@ -166,8 +180,9 @@ PELCAST_AVX2 inline void InverseColour(RowComponents* rc, int sampleBits) {
   rc->c[2] = _mm256_max_epi16(_mm256_min_epi16(third, maximum), zero);
 }
 
+template <bool kStream>
 PELCAST_AVX2 inline void StoreRgbaRow(const TileFields& f, const __m256i s[4], uint8_t* out,
-                               uint64_t pitch, uint32_t y) {
+                                      uint64_t pitch, uint32_t y) {
   RowComponents rc = SplitComponents(s);
   if (f.colourFlag != 0) InverseColour(&rc, 8);
   if (f.constantFlag != 0) rc.c[3] = _mm256_set1_epi16(static_cast<int16_t>(f.base[3]));
@@ -178,18 +193,19 @@ PELCAST_AVX2 inline void StoreRgbaRow(const TileFields& f, const __m256i s[4], u
   const __m256i first = _mm256_unpacklo_epi16(rg, ba);   // pixels 0-3 | 8-11
   const __m256i second = _mm256_unpackhi_epi16(rg, ba);  // pixels 4-7 | 12-15
   uint8_t* row = out + y * pitch;
-  StoreRow(row, _mm256_permute2x128_si256(first, second, 0x20));
-  StoreRow(row + 32, _mm256_permute2x128_si256(first, second, 0x31));
+  StoreRow<kStream>(row, _mm256_permute2x128_si256(first, second, 0x20));
+  StoreRow<kStream>(row + 32, _mm256_permute2x128_si256(first, second, 0x31));
 }
 
+template <bool kStream>
 PELCAST_AVX2 inline void StoreRgb565Row(const TileFields& f, const __m256i s[4], uint8_t* out,
-                                 uint64_t pitch, uint32_t y) {
+                                        uint64_t pitch, uint32_t y) {
   RowComponents rc = SplitComponents(s);
   if (f.colourFlag != 0) InverseColour(&rc, 5);
   // The 16-bit sum c0 + 32 c1 + 2048 c2, carries and all.
-  const __m256i packed = _mm256_add_epi16(
-      _mm256_add_epi16(rc.c[0], _mm256_slli_epi16(rc.c[1], 5)), _mm256_slli_epi16(rc.c[2], 11));
-  StoreRow(out + y * pitch, packed);
+  const __m256i packed = _mm256_add_epi16(_mm256_add_epi16(rc.c[0], _mm256_slli_epi16(rc.c[1], 5)),
+                                          _mm256_slli_epi16(rc.c[2], 11));
+  StoreRow<kStream>(out + y * pitch, packed);
 }
 
 // Flags and base values; returns the bit position of the first code.
@@ -236,15 +252,14 @@ PELCAST_AVX2 inline uint64_t LayFields(const uint8_t* stream, uint64_t codes,
     uint64_t deposits[kDepositsPerVector];
     for (uint32_t k = 0; k < kDepositsPerVector; ++k) {
       const uint32_t first = h + kCodesPerDeposit * k;  // first code of the deposit
-      deposits[k] = first < kFields ? _pdep_u64(PeekStream(stream, codes + kCodeBits * first),
-                                                kCodeBytes)
-                                    : 0;
+      deposits[k] = first < kFields
+                        ? _pdep_u64(PeekStream(stream, codes + kCodeBits * first), kCodeBytes)
+                        : 0;
     }
     // Past the tile's field sets the codes are 0: width 0, never raw.
-    const __m256i c = _mm256_setr_epi64x(static_cast<int64_t>(deposits[0]),
-                                         static_cast<int64_t>(deposits[1]),
-                                         static_cast<int64_t>(deposits[2]),
-                                         static_cast<int64_t>(deposits[3]));
+    const __m256i c =
+        _mm256_setr_epi64x(static_cast<int64_t>(deposits[0]), static_cast<int64_t>(deposits[1]),
+                           static_cast<int64_t>(deposits[2]), static_cast<int64_t>(deposits[3]));
     const __m256i escape = _mm256_load_si256(reinterpret_cast<const __m256i*>(table.escape + h));
     const __m256i atOrAbove = _mm256_cmpgt_epi8(
         c, _mm256_load_si256(reinterpret_cast<const __m256i*>(table.belowEscape + h)));
@@ -274,7 +289,8 @@ PELCAST_AVX2 inline uint64_t LayFields(const uint8_t* stream, uint64_t codes,
     w = _mm256_add_epi16(w, carry);
     const __m256i start = _mm256_sub_epi16(w, own);
     _mm256_store_si256(reinterpret_cast<__m256i*>(layout->byteAt + q), _mm256_srli_epi16(start, 3));
-    _mm256_store_si256(reinterpret_cast<__m256i*>(layout->bitAt + q), _mm256_and_si256(start, seven));
+    _mm256_store_si256(reinterpret_cast<__m256i*>(layout->bitAt + q),
+                       _mm256_and_si256(start, seven));
     carry = BroadcastLastWord(_mm256_permute4x64_epi64(w, 0xFF));
   }
   return static_cast<uint16_t>(_mm256_extract_epi16(carry, 0));
@@ -336,13 +352,12 @@ PELCAST_AVX2 inline bool RowIsFlat(const FieldLayout& layout, uint32_t y) {
   constexpr uint32_t kRowFields = kGroupsPerRow * S;
   const __m128i widths =
       _mm_loadu_si128(reinterpret_cast<const __m128i*>(layout.width + kRowFields * y));
-  const __m128i mask = S == kMaxSeries
-                           ? _mm_set1_epi8(-1)
-                           : _mm_setr_epi32(-1, -1, -1, 0);  // the row's 12 fields
+  const __m128i mask =
+      S == kMaxSeries ? _mm_set1_epi8(-1) : _mm_setr_epi32(-1, -1, -1, 0);  // the row's 12 fields
   return _mm_testz_si128(widths, mask) != 0;
 }
 
-template <TileKind K, uint32_t S, bool kRaw>
+template <TileKind K, uint32_t S, bool kRaw, bool kStream>
 PELCAST_AVX2 inline void Reconstruct(const uint8_t* stream, const TileFields& f,
                                      const FieldLayout& layout, uint8_t* out, uint64_t pitch) {
   __m256i above[kGroupsPerRow];
@@ -354,64 +369,67 @@ PELCAST_AVX2 inline void Reconstruct(const uint8_t* stream, const TileFields& f,
     // A block row whose groups all have code 0 repeats the row above.
     if (!RowIsFlat<S>(layout, y)) ReconstructRow<S, kRaw>(stream, layout, y, above);
     if constexpr (K == TileKind::kRgba8888) {
-      StoreRgbaRow(f, above, out, pitch, y);
+      StoreRgbaRow<kStream>(f, above, out, pitch, y);
     } else if constexpr (K == TileKind::kNv12Luma) {
-      StoreLumaRow(above, out, pitch, y);
+      StoreLumaRow<kStream>(above, out, pitch, y);
     } else if constexpr (K == TileKind::kNv12Chroma) {
-      StoreChromaRow(above, out, pitch, y);
+      StoreChromaRow<kStream>(above, out, pitch, y);
     } else {
-      StoreRgb565Row(f, above, out, pitch, y);
+      StoreRgb565Row<kStream>(f, above, out, pitch, y);
     }
   }
 }
 
 // A tile with codes: returns the bits of its stream.
-template <TileKind K, uint32_t S>
+template <TileKind K, uint32_t S, bool kStream>
 __attribute__((noinline)) PELCAST_AVX2 uint32_t DecodeCoded(const uint8_t* stream, uint64_t codes,
-                                                           const TileFields& f, uint8_t* out,
-                                                           uint64_t pitch) {
+                                                            const TileFields& f, uint8_t* out,
+                                                            uint64_t pitch) {
   const PositionTable& table =
       kPositionTables[static_cast<int>(K)][S == kMaxSeries ? 1 : 0][f.colourFlag];
   FieldLayout layout;
   bool anyRaw = false;
   const uint64_t end = LayFields<S>(stream, codes, table, &layout, &anyRaw);
   if (anyRaw) {
-    Reconstruct<K, S, true>(stream, f, layout, out, pitch);
+    Reconstruct<K, S, true, kStream>(stream, f, layout, out, pitch);
   } else {
-    Reconstruct<K, S, false>(stream, f, layout, out, pitch);
+    Reconstruct<K, S, false, kStream>(stream, f, layout, out, pitch);
   }
   return static_cast<uint32_t>(end);
 }
 
 // A constant tile, two 32-byte stores to a row (four for RGBA8888).
-template <TileKind K>
+template <TileKind K, bool kStream>
 PELCAST_AVX2 inline void StoreConstantRows(const TileFields& f, uint8_t* out, uint64_t pitch) {
   const ConstantRows c = ConstantRowsOf<K>(f);
-  const __m256i top = _mm256_setr_epi64x(
-      static_cast<int64_t>(c.topLeft), static_cast<int64_t>(c.topLeft),
-      static_cast<int64_t>(c.topRight), static_cast<int64_t>(c.topRight));
+  const __m256i top =
+      _mm256_setr_epi64x(static_cast<int64_t>(c.topLeft), static_cast<int64_t>(c.topLeft),
+                         static_cast<int64_t>(c.topRight), static_cast<int64_t>(c.topRight));
   for (uint32_t y = 0; y < kBlockRows; ++y) {
-    StoreRow(out + y * pitch, top);
-    if constexpr (K == TileKind::kRgba8888) StoreRow(out + y * pitch + sizeof(__m256i), top);
+    StoreRow<kStream>(out + y * pitch, top);
+    if constexpr (K == TileKind::kRgba8888)
+      StoreRow<kStream>(out + y * pitch + sizeof(__m256i), top);
   }
-  if constexpr (kTileRowsOf<K> > kBlockRows) {
+  if constexpr (kTileRowsOf < K >> kBlockRows) {
     const __m256i bottom = _mm256_setr_epi64x(
         static_cast<int64_t>(c.bottomLeft), static_cast<int64_t>(c.bottomLeft),
         static_cast<int64_t>(c.bottomRight), static_cast<int64_t>(c.bottomRight));
-    for (uint32_t y = kBlockRows; y < kTileRowsOf<K>; ++y) StoreRow(out + y * pitch, bottom);
+    for (uint32_t y = kBlockRows; y < kTileRowsOf<K>; ++y)
+      StoreRow<kStream>(out + y * pitch, bottom);
   }
 }
 
-template <TileKind K>
+template <TileKind K, bool kStream>
 PELCAST_AVX2 uint32_t DecodeKind(const uint8_t* stream, uint8_t* out, uint64_t pitch) {
   TileFields f;
   const uint64_t codes = ReadHeader<K>(stream, &f);
   if (CodesAllZero(stream, codes, f.series)) {
-    StoreConstantRows<K>(f, out, pitch);
+    StoreConstantRows<K, kStream>(f, out, pitch);
     return ConstantStreamBits(codes, f.series);
   }
-  if (f.series == kMaxSeries) return DecodeCoded<K, kMaxSeries>(stream, codes, f, out, pitch);
-  return DecodeCoded<K, kMaxSeries - 1>(stream, codes, f, out, pitch);
+  if (f.series == kMaxSeries)
+    return DecodeCoded<K, kMaxSeries, kStream>(stream, codes, f, out, pitch);
+  return DecodeCoded<K, kMaxSeries - 1, kStream>(stream, codes, f, out, pitch);
 }
 
 // ---- Raw tiles: micro-block order to raster rows ----
@@ -426,9 +444,10 @@ PELCAST_AVX2 inline __m256i LoadBytes(const uint8_t* at) {
 
 // One-byte elements: each half is a micro-block, after the shuffle its four
 // rows as 32-bit words.
+template <bool kStream>
 PELCAST_AVX2 inline void ExpandRawLuma(const uint8_t* stored, uint8_t* out, uint64_t pitch) {
-  const __m256i toRaster = _mm256_setr_epi8(0, 1, 4, 5, 2, 3, 6, 7, 8, 9, 12, 13, 10, 11, 14, 15,
-                                            0, 1, 4, 5, 2, 3, 6, 7, 8, 9, 12, 13, 10, 11, 14, 15);
+  const __m256i toRaster = _mm256_setr_epi8(0, 1, 4, 5, 2, 3, 6, 7, 8, 9, 12, 13, 10, 11, 14, 15, 0,
+                                            1, 4, 5, 2, 3, 6, 7, 8, 9, 12, 13, 10, 11, 14, 15);
   // Words of micro-blocks 0, 2, 4, 6 | 1, 3, 5, 7 to 0, 1, ..., 7.
   const __m256i interleave = _mm256_setr_epi32(0, 4, 1, 5, 2, 6, 3, 7);
   constexpr uint32_t kBandBytes = 128;  // one row of eight micro-blocks
@@ -444,8 +463,8 @@ PELCAST_AVX2 inline void ExpandRawLuma(const uint8_t* stored, uint8_t* out, uint
         _mm256_unpacklo_epi64(rows01a, rows01b), _mm256_unpackhi_epi64(rows01a, rows01b),
         _mm256_unpacklo_epi64(rows23a, rows23b), _mm256_unpackhi_epi64(rows23a, rows23b)};
     for (uint32_t y = 0; y < kBlockRows; ++y) {
-      StoreRow(out + (kBlockRows * band + y) * pitch,
-               _mm256_permutevar8x32_epi32(rows[y], interleave));
+      StoreRow<kStream>(out + (kBlockRows * band + y) * pitch,
+                        _mm256_permutevar8x32_epi32(rows[y], interleave));
     }
   }
 }
@@ -453,10 +472,11 @@ PELCAST_AVX2 inline void ExpandRawLuma(const uint8_t* stored, uint8_t* out, uint
 // Two-byte elements: a micro-block fills a vector, rows 0 and 1 in its low
 // half and rows 2 and 3 in its high half after the shuffle, 8 bytes each.
 // `bands` rows of four micro-blocks (chroma 2, RGB565 1).
+template <bool kStream>
 PELCAST_AVX2 inline void ExpandRawPairs(const uint8_t* stored, uint8_t* out, uint64_t pitch,
                                         uint32_t bands) {
-  const __m256i toRaster = _mm256_setr_epi8(0, 1, 2, 3, 8, 9, 10, 11, 4, 5, 6, 7, 12, 13, 14, 15,
-                                            0, 1, 2, 3, 8, 9, 10, 11, 4, 5, 6, 7, 12, 13, 14, 15);
+  const __m256i toRaster = _mm256_setr_epi8(0, 1, 2, 3, 8, 9, 10, 11, 4, 5, 6, 7, 12, 13, 14, 15, 0,
+                                            1, 2, 3, 8, 9, 10, 11, 4, 5, 6, 7, 12, 13, 14, 15);
   constexpr uint32_t kBandBytes = 128;
   for (uint32_t band = 0; band < bands; ++band) {
     const uint8_t* in = stored + kBandBytes * band;
@@ -467,15 +487,16 @@ PELCAST_AVX2 inline void ExpandRawPairs(const uint8_t* stored, uint8_t* out, uin
     const __m256i even23 = _mm256_unpacklo_epi64(x[2], x[3]);
     const __m256i odd23 = _mm256_unpackhi_epi64(x[2], x[3]);
     uint8_t* row = out + kBlockRows * band * pitch;
-    StoreRow(row, _mm256_permute2x128_si256(even01, even23, 0x20));
-    StoreRow(row + pitch, _mm256_permute2x128_si256(odd01, odd23, 0x20));
-    StoreRow(row + 2 * pitch, _mm256_permute2x128_si256(even01, even23, 0x31));
-    StoreRow(row + 3 * pitch, _mm256_permute2x128_si256(odd01, odd23, 0x31));
+    StoreRow<kStream>(row, _mm256_permute2x128_si256(even01, even23, 0x20));
+    StoreRow<kStream>(row + pitch, _mm256_permute2x128_si256(odd01, odd23, 0x20));
+    StoreRow<kStream>(row + 2 * pitch, _mm256_permute2x128_si256(even01, even23, 0x31));
+    StoreRow<kStream>(row + 3 * pitch, _mm256_permute2x128_si256(odd01, odd23, 0x31));
   }
 }
 
 // Four-byte elements: a micro-block is two vectors, pixel pairs of rows 0,
 // 1 (then 2, 3), which a permute sorts into row 0 | row 1 (row 2 | row 3).
+template <bool kStream>
 PELCAST_AVX2 inline void ExpandRawRgba(const uint8_t* stored, uint8_t* out, uint64_t pitch) {
   constexpr int kRowsApart = _MM_SHUFFLE(3, 1, 2, 0);
   constexpr uint32_t kBlockBytes = 64;
@@ -488,11 +509,11 @@ PELCAST_AVX2 inline void ExpandRawRgba(const uint8_t* stored, uint8_t* out, uint
     const uint32_t half = y / 2;
     uint8_t* row = out + y * pitch;
     if (y % 2 == 0) {
-      StoreRow(row, _mm256_permute2x128_si256(rows[0][half], rows[1][half], 0x20));
-      StoreRow(row + 32, _mm256_permute2x128_si256(rows[2][half], rows[3][half], 0x20));
+      StoreRow<kStream>(row, _mm256_permute2x128_si256(rows[0][half], rows[1][half], 0x20));
+      StoreRow<kStream>(row + 32, _mm256_permute2x128_si256(rows[2][half], rows[3][half], 0x20));
     } else {
-      StoreRow(row, _mm256_permute2x128_si256(rows[0][half], rows[1][half], 0x31));
-      StoreRow(row + 32, _mm256_permute2x128_si256(rows[2][half], rows[3][half], 0x31));
+      StoreRow<kStream>(row, _mm256_permute2x128_si256(rows[0][half], rows[1][half], 0x31));
+      StoreRow<kStream>(row + 32, _mm256_permute2x128_si256(rows[2][half], rows[3][half], 0x31));
     }
   }
 }
@@ -500,35 +521,71 @@ PELCAST_AVX2 inline void ExpandRawRgba(const uint8_t* stored, uint8_t* out, uint
 }  // namespace
 
 PELCAST_AVX2 uint32_t DecodeRgba8888Avx2(const uint8_t* stream, uint8_t* out, uint64_t pitch) {
-  return DecodeKind<TileKind::kRgba8888>(stream, out, pitch);
+  return DecodeKind<TileKind::kRgba8888, false>(stream, out, pitch);
 }
 
 PELCAST_AVX2 uint32_t DecodeLumaAvx2(const uint8_t* stream, uint8_t* out, uint64_t pitch) {
-  return DecodeKind<TileKind::kNv12Luma>(stream, out, pitch);
+  return DecodeKind<TileKind::kNv12Luma, false>(stream, out, pitch);
 }
 
 PELCAST_AVX2 uint32_t DecodeChromaAvx2(const uint8_t* stream, uint8_t* out, uint64_t pitch) {
-  return DecodeKind<TileKind::kNv12Chroma>(stream, out, pitch);
+  return DecodeKind<TileKind::kNv12Chroma, false>(stream, out, pitch);
 }
 
 PELCAST_AVX2 uint32_t DecodeRgb565Avx2(const uint8_t* stream, uint8_t* out, uint64_t pitch) {
-  return DecodeKind<TileKind::kRgb565>(stream, out, pitch);
+  return DecodeKind<TileKind::kRgb565, false>(stream, out, pitch);
 }
 
 PELCAST_AVX2 void ExpandRawRgba8888Avx2(const uint8_t* stored, uint8_t* out, uint64_t pitch) {
-  ExpandRawRgba(stored, out, pitch);
+  ExpandRawRgba<false>(stored, out, pitch);
 }
 
 PELCAST_AVX2 void ExpandRawLumaAvx2(const uint8_t* stored, uint8_t* out, uint64_t pitch) {
-  ExpandRawLuma(stored, out, pitch);
+  ExpandRawLuma<false>(stored, out, pitch);
 }
 
 PELCAST_AVX2 void ExpandRawChromaAvx2(const uint8_t* stored, uint8_t* out, uint64_t pitch) {
-  ExpandRawPairs(stored, out, pitch, 2);
+  ExpandRawPairs<false>(stored, out, pitch, 2);
 }
 
 PELCAST_AVX2 void ExpandRawRgb565Avx2(const uint8_t* stored, uint8_t* out, uint64_t pitch) {
-  ExpandRawPairs(stored, out, pitch, 1);
+  ExpandRawPairs<false>(stored, out, pitch, 1);
+}
+
+PELCAST_AVX2 uint32_t DecodeRgba8888StreamedAvx2(const uint8_t* stream, uint8_t* out,
+                                                 uint64_t pitch) {
+  return DecodeKind<TileKind::kRgba8888, true>(stream, out, pitch);
+}
+
+PELCAST_AVX2 uint32_t DecodeLumaStreamedAvx2(const uint8_t* stream, uint8_t* out, uint64_t pitch) {
+  return DecodeKind<TileKind::kNv12Luma, true>(stream, out, pitch);
+}
+
+PELCAST_AVX2 uint32_t DecodeChromaStreamedAvx2(const uint8_t* stream, uint8_t* out,
+                                               uint64_t pitch) {
+  return DecodeKind<TileKind::kNv12Chroma, true>(stream, out, pitch);
+}
+
+PELCAST_AVX2 uint32_t DecodeRgb565StreamedAvx2(const uint8_t* stream, uint8_t* out,
+                                               uint64_t pitch) {
+  return DecodeKind<TileKind::kRgb565, true>(stream, out, pitch);
+}
+
+PELCAST_AVX2 void ExpandRawRgba8888StreamedAvx2(const uint8_t* stored, uint8_t* out,
+                                                uint64_t pitch) {
+  ExpandRawRgba<true>(stored, out, pitch);
+}
+
+PELCAST_AVX2 void ExpandRawLumaStreamedAvx2(const uint8_t* stored, uint8_t* out, uint64_t pitch) {
+  ExpandRawLuma<true>(stored, out, pitch);
+}
+
+PELCAST_AVX2 void ExpandRawChromaStreamedAvx2(const uint8_t* stored, uint8_t* out, uint64_t pitch) {
+  ExpandRawPairs<true>(stored, out, pitch, 2);
+}
+
+PELCAST_AVX2 void ExpandRawRgb565StreamedAvx2(const uint8_t* stored, uint8_t* out, uint64_t pitch) {
+  ExpandRawPairs<true>(stored, out, pitch, 1);
 }
 
 }  // namespace pelcast::tile_kernels_detail

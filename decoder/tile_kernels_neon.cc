@@ -114,8 +114,8 @@ void StoreLumaRow(const uint16x8_t low[4], const uint16x8_t high[4], uint8_t* ou
 }
 
 // Chroma: low holds block 0's U and V, high block 1's; U and V interleave.
-void StoreChromaRow(const uint16x8_t low[4], const uint16x8_t high[4], uint8_t* out,
-                    uint64_t pitch, uint32_t y) {
+void StoreChromaRow(const uint16x8_t low[4], const uint16x8_t high[4], uint8_t* out, uint64_t pitch,
+                    uint32_t y) {
   for (uint32_t q = 0; q < kGroupsPerRow; ++q) {
     const uint8x8_t upper = vmovn_u16(low[q]);
     const uint8x8_t lower = vmovn_u16(high[q]);
@@ -173,7 +173,8 @@ void StoreRgbaRow(const TileFields& f, const uint16x8_t low[4], const uint16x8_t
   pixels.val[0] = LowBytes(c[0]);
   pixels.val[1] = LowBytes(c[1]);
   pixels.val[2] = LowBytes(c[2]);
-  pixels.val[3] = f.constantFlag != 0 ? vdupq_n_u8(static_cast<uint8_t>(f.base[3])) : LowBytes(c[3]);
+  pixels.val[3] =
+      f.constantFlag != 0 ? vdupq_n_u8(static_cast<uint8_t>(f.base[3])) : LowBytes(c[3]);
   vst4q_u8(out + y * pitch, pixels);
 }
 
