@@ -8,6 +8,13 @@
 //                                               compressed tiles
 //   expand_raw/<plane>/<set>                    the set's raw-tile routine on
 //                                               every tile's stored bytes
+//   decode_tile_streamed/, expand_raw_streamed/ the same with the set's
+//                                               streamed routines (where it
+//                                               has its own): every tile to
+//                                               the same small buffer, which
+//                                               they send past the cache each
+//                                               time, so slower here than in
+//                                               the large frames they are for
 //
 // MB/s counts the packed linear frame, or the raw tiles' bytes.
 #include <benchmark/benchmark.h>
@@ -101,7 +108,7 @@ struct TileJobs {
 };
 
 // Which routine a tile row times.
-enum class TileRoutine { kGeneral, kDecode, kExpandRaw };
+enum class TileRoutine { kGeneral, kDecode, kExpandRaw, kDecodeStreamed, kExpandRawStreamed };
 
 void DecodeTiles(benchmark::State& state, const TilePlane* plane, const TileDecodeKernels* kernels,
                  TileRoutine routine, const std::shared_ptr<TileJobs>& lazy) {
@@ -126,7 +133,8 @@ void DecodeTiles(benchmark::State& state, const TilePlane* plane, const TileDeco
   std::vector<uint8_t> out(kSlotBytes);
   size_t bytes = 0;
   for (size_t i = 0; i < t.count; ++i) {
-    if (routine != TileRoutine::kDecode || !IsRawTile(plane->kind, t.meta[i])) bytes += t.tileBytes;
+    const bool decodes = routine == TileRoutine::kDecode || routine == TileRoutine::kDecodeStreamed;
+    if (!decodes || !IsRawTile(plane->kind, t.meta[i])) bytes += t.tileBytes;
   }
   for (auto _ : state) {
     for (size_t i = 0; i < t.count; ++i) {
@@ -135,11 +143,18 @@ void DecodeTiles(benchmark::State& state, const TilePlane* plane, const TileDeco
         DecodeTile(context.get(), padded, t.meta[i], out.data());
       } else if (routine == TileRoutine::kExpandRaw) {
         kernels->expandRaw[kind](padded, out.data(), rowBytes);
-      } else if (!IsRawTile(plane->kind, t.meta[i])) {
+      } else if (routine == TileRoutine::kExpandRawStreamed) {
+        kernels->expandRawStreamed[kind](padded, out.data(), rowBytes);
+      } else if (IsRawTile(plane->kind, t.meta[i])) {
+        continue;
+      } else if (routine == TileRoutine::kDecode) {
         benchmark::DoNotOptimize(kernels->decode[kind](padded, out.data(), rowBytes));
+      } else {
+        benchmark::DoNotOptimize(kernels->decodeStreamed[kind](padded, out.data(), rowBytes));
       }
       benchmark::ClobberMemory();
     }
+    if (kernels != nullptr) kernels->finishStreaming();
   }
   state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(bytes));
 }
@@ -166,6 +181,15 @@ void RegisterDecodeKernelBenchmarks() {
                                    TileRoutine::kDecode, tiles);
       benchmark::RegisterBenchmark(("expand_raw" + suffix).c_str(), DecodeTiles, &plane, kernels,
                                    TileRoutine::kExpandRaw, tiles);
+      const auto k = static_cast<size_t>(plane.kind);
+      if (kernels->decodeStreamed[k] != kernels->decode[k]) {
+        benchmark::RegisterBenchmark(("decode_tile_streamed" + suffix).c_str(), DecodeTiles, &plane,
+                                     kernels, TileRoutine::kDecodeStreamed, tiles);
+      }
+      if (kernels->expandRawStreamed[k] != kernels->expandRaw[k]) {
+        benchmark::RegisterBenchmark(("expand_raw_streamed" + suffix).c_str(), DecodeTiles, &plane,
+                                     kernels, TileRoutine::kExpandRawStreamed, tiles);
+      }
     }
   }
 }
