@@ -45,9 +45,11 @@ constexpr size_t kMostPoorDecoded = 8;
 // Continuity of a layout that was not decoded, in the score.
 constexpr double kUndecodedContinuity = 0.5;
 // Pairs of samples across tile borders differ about as much as pairs inside
-// tiles when the tiles are in their places; up to this much more counts as
-// joined up. Misplaced tiles differ several times as much.
-constexpr double kBorderTolerance = 1.25;
+// tiles when the tiles are in their places (photographs within a few per
+// cent; screens and test patterns, whose edges fall on a grid, up to about
+// twice as much); up to this much more counts as joined up. Misplaced tiles
+// differ three to twenty times as much.
+constexpr double kBorderTolerance = 2.25;
 // Softens the continuity ratio on flat pictures, in sample levels.
 constexpr double kContinuitySoftening = 1.0;
 
@@ -567,30 +569,34 @@ struct Channel {
 struct BorderSums {
   double border = 0;  // |difference| across tile borders
   double inner = 0;   // |difference| of the neighbouring pairs inside tiles
+  double middle = 0;  // |difference| across the middle of tiles
   uint64_t pairs = 0;
 };
 
 // Pairs straddling each tile border against the pairs just beside it, on
-// both sides, inside the tiles.
+// both sides, and against the pairs straddling the middle of the tiles
+// (content whose edges fall on a grid, as screens and test patterns have,
+// shows them at tile borders and middles alike).
 void AddBorders(const Channel& ch, BorderSums* sums) {
   const auto at = [&ch](uint32_t x, uint32_t y) -> int {
     return ch.base[size_t{y} * ch.stride + size_t{x} * ch.step];
   };
+  const uint32_t halfWidth = ch.tileWidth / 2, halfHeight = ch.tileHeight / 2;
   for (uint32_t x = ch.tileWidth; x + 1 < ch.width; x += ch.tileWidth) {
-    if (x < 2) continue;
     for (uint32_t y = 0; y < ch.height; ++y) {
       const int a = at(x - 2, y), b = at(x - 1, y), c = at(x, y), d = at(x + 1, y);
       sums->border += std::abs(b - c);
       sums->inner += (std::abs(a - b) + std::abs(c - d)) / 2.0;
+      sums->middle += std::abs(at(x - halfWidth - 1, y) - at(x - halfWidth, y));
       ++sums->pairs;
     }
   }
   for (uint32_t y = ch.tileHeight; y + 1 < ch.height; y += ch.tileHeight) {
-    if (y < 2) continue;
     for (uint32_t x = 0; x < ch.width; ++x) {
       const int a = at(x, y - 2), b = at(x, y - 1), c = at(x, y), d = at(x, y + 1);
       sums->border += std::abs(b - c);
       sums->inner += (std::abs(a - b) + std::abs(c - d)) / 2.0;
+      sums->middle += std::abs(at(x, y - halfHeight - 1) - at(x, y - halfHeight));
       ++sums->pairs;
     }
   }
@@ -643,8 +649,8 @@ double Continuity(const Layout& layout, Size size) {
   for (const Channel& ch : ChannelsOf(layout, layout.picture.data(), size)) AddBorders(ch, &sums);
   if (sums.pairs == 0) return 1.0;
   const double border = sums.border / static_cast<double>(sums.pairs);
-  const double inner = sums.inner / static_cast<double>(sums.pairs);
-  return std::min(1.0, (kBorderTolerance * inner + kContinuitySoftening) /
+  const double inside = std::max(sums.inner, sums.middle) / static_cast<double>(sums.pairs);
+  return std::min(1.0, (kBorderTolerance * inside + kContinuitySoftening) /
                            (border + kContinuitySoftening));
 }
 
