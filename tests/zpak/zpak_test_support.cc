@@ -57,6 +57,34 @@ std::string FormatName(pelcast_format format) {
   }
 }
 
+pelcast_tile_info TileInfo(pelcast_format format, uint32_t width, uint32_t height,
+                           const Bytes& zpak, uint32_t plane, uint32_t column, uint32_t row) {
+  pelcast_tile_grid grid{};
+  pelcast_codec* codec = nullptr;
+  if (pelcast_tile_grid_of(format, width, height, plane, &grid) != PELCAST_OK ||
+      pelcast_codec_create(format, width, height, &codec) != PELCAST_OK) {
+    throw std::runtime_error("no codec");
+  }
+  std::vector<pelcast_tile_info> tiles(size_t{grid.columns} * grid.rows);
+  const pelcast_status status =
+      pelcast_codec_tile_info(codec, zpak.data(), zpak.size(), plane, tiles.data(), tiles.size());
+  pelcast_codec_destroy(codec);
+  if (status != PELCAST_OK) throw std::runtime_error(pelcast_status_string(status));
+  return tiles.at(size_t{row} * grid.columns + column);
+}
+
+TileArea AreaOfTile(pelcast_format format, uint32_t width, uint32_t height, uint32_t plane,
+                    uint32_t column, uint32_t row) {
+  // Tiles: NV12 luma 32 x 8 bytes, chroma 16 pairs x 8 rows after the luma
+  // plane; RGBA8888 and RGB565 16 x 4 pixels.
+  if (format == PELCAST_FORMAT_NV12 && plane == PELCAST_PLANE_UV) {
+    return {size_t{width} * height, 2 * ((size_t{width} + 1) / 2), 2, 16, 8, 16 * column, 8 * row};
+  }
+  if (format == PELCAST_FORMAT_NV12) return {0, width, 1, 32, 8, 32 * column, 8 * row};
+  const uint32_t bytes = format == PELCAST_FORMAT_RGBA8888 ? 4 : 2;
+  return {0, size_t{bytes} * width, bytes, 16, 4, 16 * column, 4 * row};
+}
+
 Bytes MakePicture(pelcast_format format, uint32_t width, uint32_t height, uint32_t seed) {
   Bytes frame(pelcast_linear_frame_size(format, width, height));
   size_t at = 0;

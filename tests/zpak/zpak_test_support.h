@@ -31,6 +31,31 @@ Bytes DecodeFrame(pelcast_format format, uint32_t width, uint32_t height, const 
 // "nv12", "rgba8888", "rgb565".
 std::string FormatName(pelcast_format format);
 
+// How tile (column, row) of `plane` of a ZPAK frame is stored, by the API.
+pelcast_tile_info TileInfo(pelcast_format format, uint32_t width, uint32_t height,
+                           const Bytes& zpak, uint32_t plane, uint32_t column, uint32_t row);
+
+// A tile of a plane, and the elements it covers in a packed linear frame:
+// `elementBytes` bytes each (luma 1, U,V pair 2, RGBA 4, RGB565 2),
+// `tileWidth` x `tileHeight` of them from (x0, y0) of the plane, which
+// starts at `planeOffset` with `stride` bytes a row.
+struct TileArea {
+  size_t planeOffset;
+  size_t stride;
+  uint32_t elementBytes;
+  uint32_t tileWidth;
+  uint32_t tileHeight;
+  uint32_t x0;
+  uint32_t y0;
+};
+TileArea AreaOfTile(pelcast_format format, uint32_t width, uint32_t height, uint32_t plane,
+                    uint32_t column, uint32_t row);
+
+// Byte offset of element (x, y) of a tile area in the packed frame.
+inline size_t ElementOffset(const TileArea& a, uint32_t x, uint32_t y) {
+  return a.planeOffset + (a.y0 + y) * a.stride + size_t{a.x0 + x} * a.elementBytes;
+}
+
 struct ZpakRun {
   std::string out;
   std::string err;

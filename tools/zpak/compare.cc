@@ -73,7 +73,11 @@ void ComparePlane(pelcast_format format, const PlaneView& v, const uint8_t* a, c
       if (differs) tileDiffers[size_t{y / v.tileHeight} * v.tileColumns + x / v.tileWidth] = true;
     }
   }
-  d->differingTiles = static_cast<uint64_t>(std::count(tileDiffers.begin(), tileDiffers.end(), true));
+  d->tileColumns = v.tileColumns;
+  for (size_t i = 0; i < tileDiffers.size(); ++i) {
+    if (tileDiffers[i]) d->tiles.push_back(static_cast<uint32_t>(i));
+  }
+  d->differingTiles = d->tiles.size();
 }
 
 constexpr Rgb kOutline = {230, 0, 230};
@@ -128,7 +132,7 @@ FrameDifference CompareFrames(pelcast_format format, uint32_t width, uint32_t he
 }
 
 void DrawDifference(pelcast_format format, uint32_t width, uint32_t height, const uint8_t* a,
-                    const uint8_t* b, Raster* out) {
+                    const uint8_t* b, const FrameDifference& difference, Raster* out) {
   Raster picture;
   RasterOfFrame(format, width, height, a, YuvMatrix::kBt709, &picture);
   ResizeRaster(out, width, height, 3);
@@ -148,24 +152,14 @@ void DrawDifference(pelcast_format format, uint32_t width, uint32_t height, cons
       dst[2] = 0;
     }
   }
-  for (const PlaneView& v : planes) {
+  for (size_t p = 0; p < planes.size() && p < difference.planes.size(); ++p) {
+    const PlaneView& v = planes[p];
     // Tiles in picture pixels: chroma elements cover 2 x 2 of them.
     const uint32_t scale = format == PELCAST_FORMAT_NV12 && v.plane == PELCAST_PLANE_UV ? 2 : 1;
-    for (uint32_t r = 0; r < v.tileRows; ++r) {
-      for (uint32_t c = 0; c < v.tileColumns; ++c) {
-        bool differs = false;
-        const uint32_t y1 = std::min(v.height, (r + 1) * v.tileHeight);
-        const uint32_t x1 = std::min(v.width, (c + 1) * v.tileWidth);
-        for (uint32_t y = r * v.tileHeight; y < y1 && !differs; ++y) {
-          for (uint32_t x = c * v.tileWidth; x < x1 && !differs; ++x) {
-            differs = ElementDifference(format, v, a, b, x, y) != 0;
-          }
-        }
-        if (differs) {
-          OutlineTile(out, c * v.tileWidth * scale, r * v.tileHeight * scale,
-                      v.tileWidth * scale, v.tileHeight * scale);
-        }
-      }
+    for (const uint32_t tile : difference.planes[p].tiles) {
+      const uint32_t row = tile / v.tileColumns, column = tile % v.tileColumns;
+      OutlineTile(out, column * v.tileWidth * scale, row * v.tileHeight * scale,
+                  v.tileWidth * scale, v.tileHeight * scale);
     }
   }
 }

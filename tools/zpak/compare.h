@@ -20,6 +20,8 @@ struct PlaneDifference {
   uint64_t differingSamples = 0;
   uint32_t maxAbsDiff = 0;
   double squaredError = 0;
+  uint32_t tileColumns = 0;
+  std::vector<uint32_t> tiles;  // the differing tiles, row x tileColumns + column, in order
 
   // 10 log10(255^2 / mean squared error); infinite when identical.
   double Psnr() const;
@@ -39,9 +41,9 @@ FrameDifference CompareFrames(pelcast_format format, uint32_t width, uint32_t he
                               const uint8_t* a, const uint8_t* b);
 
 // `a` dimmed to grey, every pixel that differs from `b` painted from red
-// (a difference of 1) to yellow (64 or more), and every tile holding a
-// difference outlined in magenta.
+// (a difference of 1) to yellow (64 or more), and every tile of
+// `difference` (CompareFrames of the two) outlined in magenta.
 void DrawDifference(pelcast_format format, uint32_t width, uint32_t height, const uint8_t* a,
-                    const uint8_t* b, Raster* out);
+                    const uint8_t* b, const FrameDifference& difference, Raster* out);
 
 }  // namespace pelcast::zpak

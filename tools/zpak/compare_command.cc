@@ -146,9 +146,10 @@ bool SkipFrames(Side* side, uint64_t frames, std::string* error) {
   return side->isLinear ? side->linear.Skip(frames, error) : side->frames->SeekFrame(frames);
 }
 
-bool WriteDiffPicture(Run* r, uint64_t frame, std::string* error) {
+bool WriteDiffPicture(Run* r, const FrameDifference& d, std::string* error) {
+  const uint64_t frame = d.frame;
   Raster picture;
-  DrawDifference(r->s.format, r->s.width, r->s.height, r->packedA.data(), r->packedB.data(),
+  DrawDifference(r->s.format, r->s.width, r->s.height, r->packedA.data(), r->packedB.data(), d,
                  &picture);
   OutputFile out;
   const std::string path = r->s.diffPrefix + "-f" + std::to_string(frame) + ".png";
@@ -217,7 +218,7 @@ int Compare(Run* r) {
         t.worstPsnr = d.WorstPsnr();
         t.worstFrame = f;
       }
-      if (!r->s.diffPrefix.empty() && !WriteDiffPicture(r, f, &error)) {
+      if (!r->s.diffPrefix.empty() && !WriteDiffPicture(r, d, &error)) {
         return Fail(command, kExitError, error);
       }
     }

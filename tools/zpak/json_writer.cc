@@ -24,6 +24,13 @@ std::string JsonQuote(std::string_view text) {
   return out;
 }
 
+size_t JsonWriter::Indent() const {
+  constexpr size_t kIndentStep = 2;
+  size_t indent = 0;
+  for (const Level& level : levels_) indent += level.onLines ? kIndentStep : 0;
+  return indent;
+}
+
 void JsonWriter::BeforeValue() {
   if (afterKey_) {
     afterKey_ = false;
@@ -34,7 +41,7 @@ void JsonWriter::BeforeValue() {
   if (!level.empty) out_ += ",";
   if (level.onLines) {
     out_ += '\n';
-    out_.append(2 * levels_.size(), ' ');
+    out_.append(Indent(), ' ');
   } else if (!level.empty) {
     out_ += " ";
   }
@@ -66,7 +73,7 @@ JsonWriter& JsonWriter::EndArray() {
   levels_.pop_back();
   if (level.onLines && !level.empty) {
     out_ += '\n';
-    out_.append(2 * levels_.size(), ' ');
+    out_.append(Indent(), ' ');
   }
   out_ += "]";
   return *this;

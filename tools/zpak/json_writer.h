@@ -1,6 +1,7 @@
 // A small JSON writer: values are appended in order and commas placed by
-// the writer. Arrays opened with `ArrayOnLines` put each element on a line
-// of its own, indented by their depth; everything else stays on one line.
+// the writer. Arrays opened with BeginArray(true) put each element on a line
+// of its own, indented two spaces for every such array around it;
+// everything else stays on one line.
 #pragma once
 
 #include <cstdint>
@@ -38,6 +39,7 @@ class JsonWriter {
     bool empty;
   };
   void BeforeValue();
+  size_t Indent() const;
   std::string out_;
   std::vector<Level> levels_;
   bool afterKey_ = false;

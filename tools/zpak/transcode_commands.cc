@@ -100,12 +100,12 @@ int RunEncode(const Command& command, const ParsedArgs& args) {
   Settings s;
   std::string error;
   if (!TakeSettings(args, false, &s, &error)) return UsageError(command, error);
+  if (s.kind == ImageKind::kRaw && s.width == 0) {
+    return UsageError(command, "missing the frame size of the raw input: WIDTH HEIGHT or --size WxH");
+  }
   LinearReader reader;
   if (!reader.Open(s.input, s.kind, s.format, s.raw, &error)) {
     return Fail(command, kExitError, error);
-  }
-  if (s.width == 0 && !reader.SizeKnown()) {
-    return UsageError(command, "missing the frame size: WIDTH HEIGHT or --size WxH");
   }
   if (!reader.SetSize(s.width != 0 ? s.width : reader.width(),
                       s.width != 0 ? s.height : reader.height(), &error)) {
