@@ -31,6 +31,7 @@ struct Settings {
   ImageKind linearKind = ImageKind::kRaw;
   RawOptions raw;
   std::string diffPrefix;
+  uint32_t shrink = 1;
 };
 
 bool TakeSettings(const ParsedArgs& args, Settings* s, std::string* error) {
@@ -52,6 +53,15 @@ bool TakeSettings(const ParsedArgs& args, Settings* s, std::string* error) {
   if (!s->linear && (args.Has("from") || s->raw.stride || s->raw.scanlines || s->raw.uvOffset)) {
     *error = "--from, --stride, --scanlines and --uv-offset describe B with --linear only";
     return false;
+  }
+  if (const auto shrink = args.Value("shrink")) {
+    constexpr uint64_t kMaxShrink = 64;
+    const auto n = ParseCount(*shrink, kMaxShrink);
+    if (!n || *n == 0) {
+      *error = "--shrink takes 1 to " + std::to_string(kMaxShrink) + ", not '" + *shrink + "'";
+      return false;
+    }
+    s->shrink = static_cast<uint32_t>(*n);
   }
   if (s->a == "-" && s->b == "-") {
     *error = "A and B cannot both be standard input";
@@ -148,9 +158,10 @@ bool SkipFrames(Side* side, uint64_t frames, std::string* error) {
 
 bool WriteDiffPicture(Run* r, const FrameDifference& d, std::string* error) {
   const uint64_t frame = d.frame;
-  Raster picture;
+  Raster full, picture;
   DrawDifference(r->s.format, r->s.width, r->s.height, r->packedA.data(), r->packedB.data(), d,
-                 &picture);
+                 &full);
+  ShrinkRaster(full, r->s.shrink, &picture);
   OutputFile out;
   const std::string path = r->s.diffPrefix + "-f" + std::to_string(frame) + ".png";
   if (!OpenOutput(path, {r->s.a, r->s.b}, &out, error)) return false;
@@ -283,6 +294,7 @@ const Command kCompareCommand = {
      {"from", 0, "KIND", "with --linear: B's kind, raw, png or y4m (default: by extension)"},
      kStrideOption, kScanlinesOption, kUvOffsetOption,
      {"diff", 0, "PREFIX", "write PREFIX-fN.png pictures of where frames differ"},
+     {"shrink", 0, "N", "scale the difference pictures down by N (1 to 64)"},
      kSizeOption, kFrameOption, kFramesOption, kJsonOption, kQuietOption, kThreadsOption},
     RunCompare,
 };

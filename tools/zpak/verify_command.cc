@@ -57,8 +57,8 @@ bool TakeSettings(const ParsedArgs& args, Settings* s, std::string* error) {
 std::string Saving(uint64_t units, uint64_t best) {
   char text[128];
   if (best >= units) return "the library's encoder needs as many";
-  std::snprintf(text, sizeof text, "the library's encoder needs %llu (%.1f%% less)",
-                static_cast<unsigned long long>(best),
+  std::snprintf(text, sizeof text, "the library's encoder needs %llu, %llu fewer (%.2f%%)",
+                static_cast<unsigned long long>(best), static_cast<unsigned long long>(units - best),
                 kPercent * static_cast<double>(units - best) / static_cast<double>(units));
   return text;
 }
