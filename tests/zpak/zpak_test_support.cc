@@ -229,4 +229,32 @@ PngPicture ReadPngFile(const std::string& path) {
   return picture;
 }
 
+void WritePngFile(const std::string& path, uint32_t width, uint32_t height, int colourType,
+                  int bitDepth, const std::vector<uint8_t>& samples,
+                  const std::vector<uint8_t>& palette) {
+  FILE* file = std::fopen(path.c_str(), "wb");
+  if (file == nullptr) throw std::runtime_error("cannot write " + path);
+  png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
+  png_infop info = png_create_info_struct(png);
+  if (setjmp(png_jmpbuf(png)) != 0) {
+    png_destroy_write_struct(&png, &info);
+    std::fclose(file);
+    throw std::runtime_error("libpng failed on " + path);
+  }
+  png_init_io(png, file);
+  png_set_IHDR(png, info, width, height, bitDepth, colourType, PNG_INTERLACE_NONE,
+               PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
+  std::vector<png_color> colours;
+  for (size_t i = 0; i + 2 < palette.size(); i += 3) colours.push_back({palette[i], palette[i + 1], palette[i + 2]});
+  if (!colours.empty()) png_set_PLTE(png, info, colours.data(), static_cast<int>(colours.size()));
+  png_write_info(png, info);
+  const size_t rowBytes = samples.size() / height;
+  for (uint32_t y = 0; y < height; ++y) {
+    png_write_row(png, const_cast<png_bytep>(samples.data() + y * rowBytes));
+  }
+  png_write_end(png, nullptr);
+  png_destroy_write_struct(&png, &info);
+  std::fclose(file);
+}
+
 }  // namespace pelcast::zpak::testing

@@ -76,4 +76,11 @@ struct PngPicture {
 };
 PngPicture ReadPngFile(const std::string& path);
 
+// Writes a PNG with libpng: `colourType` a PNG_COLOR_TYPE_*, `bitDepth` 8 or
+// 16, `samples` big-endian for 16 bits; a palette picture takes `palette`
+// (RGB triples) and one index byte a pixel.
+void WritePngFile(const std::string& path, uint32_t width, uint32_t height, int colourType,
+                  int bitDepth, const std::vector<uint8_t>& samples,
+                  const std::vector<uint8_t>& palette = {});
+
 }  // namespace pelcast::zpak::testing
