@@ -33,6 +33,27 @@ pelcast_status InitPacked(pelcast_image* image, pelcast_format format, uint32_t 
   return PELCAST_OK;
 }
 
+enum class Direction { kDecode, kEncode };
+
+// One frame through a codec of its own, on the calling thread.
+pelcast_status OneShot(pelcast_format format, uint32_t width, uint32_t height, uint8_t* linear,
+                       size_t linearSize, void* zpak, size_t zpakSize, Direction direction) {
+  pelcast_image image;
+  pelcast_status status = InitPacked(&image, format, width, height, linear, linearSize);
+  if (status != PELCAST_OK) return status;
+  if (zpak == nullptr) return PELCAST_ERROR_INVALID_ARGUMENT;
+  if (zpakSize < pelcast_zpak_frame_size(format, width, height)) {
+    return PELCAST_ERROR_BUFFER_TOO_SMALL;
+  }
+  pelcast_codec* codec = nullptr;
+  status = pelcast_codec_create(format, width, height, &codec);
+  if (status != PELCAST_OK) return status;
+  status = direction == Direction::kDecode ? pelcast_codec_decode(codec, zpak, zpakSize, &image)
+                                           : pelcast_codec_encode(codec, &image, zpak, zpakSize);
+  pelcast_codec_destroy(codec);
+  return status;
+}
+
 }  // namespace
 
 extern "C" {
@@ -83,40 +104,16 @@ pelcast_status pelcast_image_init_packed(pelcast_image* image, pelcast_format fo
 pelcast_status pelcast_decode_frame(pelcast_format format, uint32_t width, uint32_t height,
                                     const void* zpak, size_t zpak_size, void* linear,
                                     size_t linear_size) {
-  pelcast_image image;
-  pelcast_status status =
-      InitPacked(&image, format, width, height, static_cast<uint8_t*>(linear), linear_size);
-  if (status != PELCAST_OK) return status;
-  if (zpak == nullptr) return PELCAST_ERROR_INVALID_ARGUMENT;
-  if (zpak_size < pelcast_zpak_frame_size(format, width, height)) {
-    return PELCAST_ERROR_BUFFER_TOO_SMALL;
-  }
-  pelcast_codec* codec = nullptr;
-  status = pelcast_codec_create(format, width, height, &codec);
-  if (status != PELCAST_OK) return status;
-  status = pelcast_codec_decode(codec, zpak, zpak_size, &image);
-  pelcast_codec_destroy(codec);
-  return status;
+  return OneShot(format, width, height, static_cast<uint8_t*>(linear), linear_size,
+                 const_cast<void*>(zpak), zpak_size, Direction::kDecode);
 }
 
 pelcast_status pelcast_encode_frame(pelcast_format format, uint32_t width, uint32_t height,
                                     const void* linear, size_t linear_size, void* zpak,
                                     size_t zpak_size) {
-  pelcast_image image;
   // Encoding only reads the image.
-  pelcast_status status = InitPacked(&image, format, width, height,
-                                     static_cast<uint8_t*>(const_cast<void*>(linear)), linear_size);
-  if (status != PELCAST_OK) return status;
-  if (zpak == nullptr) return PELCAST_ERROR_INVALID_ARGUMENT;
-  if (zpak_size < pelcast_zpak_frame_size(format, width, height)) {
-    return PELCAST_ERROR_BUFFER_TOO_SMALL;
-  }
-  pelcast_codec* codec = nullptr;
-  status = pelcast_codec_create(format, width, height, &codec);
-  if (status != PELCAST_OK) return status;
-  status = pelcast_codec_encode(codec, &image, zpak, zpak_size);
-  pelcast_codec_destroy(codec);
-  return status;
+  return OneShot(format, width, height, static_cast<uint8_t*>(const_cast<void*>(linear)),
+                 linear_size, zpak, zpak_size, Direction::kEncode);
 }
 
 uint32_t pelcast_plane_count(pelcast_format format) {

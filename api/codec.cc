@@ -107,23 +107,44 @@ struct DecodeRun {
   BandList bands;
 };
 
+// Where the decoder can write a band's rows straight into the image: the
+// image's rows lie at the decoder's pitch, and every byte the decoder writes
+// for the band (whole tile rows; RGBA8888 and RGB565 also whole aligned tile
+// columns) is a byte of the image, none of its padding.
+bool DecodesInPlace(const FrameLayout& layout, const pelcast_image& image, const Band& band) {
+  const BandPlane& plane = *band.plane;
+  if (image.strides[plane.imagePlane] != plane.pitch) return false;
+  if (layout.format == PELCAST_FORMAT_NV12) return true;  // clipped to the image by the decoder
+  const uint64_t rowsWritten = (band.first + band.count) * plane.rowsPerTile;
+  return plane.linear.rowBytes == plane.pitch && rowsWritten <= plane.linear.rows;
+}
+
 void DecodeBandJob(void* argument, uint32_t worker, uint64_t index) {
   const DecodeRun& run = *static_cast<const DecodeRun*>(argument);
   const FrameLayout& layout = run.codec->layout;
   ThreadState& state = run.codec->threads[worker];
   const Band band = BandAt(run.bands, index);
-  const ZpakConfig config = DecodeConfigOf(layout, run.zpak, state.band);
+  const uint32_t p = band.plane->imagePlane;
+  const RowRange range = LinearRowsOf(band);
+  const size_t stride = run.image->strides[p];
+  uint8_t* firstRow = run.image->planes[p] + range.first * stride;
+  const bool inPlace = DecodesInPlace(layout, *run.image, band);
+  const ZpakConfig config = DecodeConfigOf(layout, run.zpak, inPlace ? firstRow : state.band);
   const TileRowBand rows{band.plane->plane, band.first, band.count};
   if (IsRgb565(layout)) {
     DecodeZpakFrameRgb565Band(state.context, &config, rows);
   } else {
     DecodeZpakFrameBand(state.context, &config, rows);
   }
-  const uint32_t p = band.plane->imagePlane;
-  const RowRange range = LinearRowsOf(band);
+  const uint64_t rowBytes = band.plane->linear.rowBytes;
   for (uint64_t y = range.first; y < range.end; ++y) {
-    CopyRow(layout, state.band + (y - range.first) * band.plane->pitch,
-            run.image->planes[p] + y * run.image->strides[p], band.plane->linear.rowBytes);
+    uint8_t* to = firstRow + (y - range.first) * stride;
+    if (inPlace) {
+      // Still in cache: the red/blue exchange in place.
+      if (IsRgb565(layout)) CopySwappingRedBlue(to, to, rowBytes / 2);
+      continue;
+    }
+    CopyRow(layout, state.band + (y - range.first) * band.plane->pitch, to, rowBytes);
   }
 }
 

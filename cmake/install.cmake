@@ -27,5 +27,9 @@ install(FILES ${PROJECT_BINARY_DIR}/pelcastConfig.cmake
               ${PROJECT_BINARY_DIR}/pelcastConfigVersion.cmake
         DESTINATION ${PELCAST_CMAKE_DIR})
 
+# The .pc file finds the prefix from where it lies, so an installed tree
+# can be moved (or installed with cmake --install --prefix).
+file(RELATIVE_PATH PELCAST_PC_TO_PREFIX ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig
+     ${CMAKE_INSTALL_PREFIX})
 configure_file(${PROJECT_SOURCE_DIR}/cmake/pelcast.pc.in ${PROJECT_BINARY_DIR}/pelcast.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/pelcast.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

@@ -60,9 +60,8 @@ inline void OrderPlanePairs(const uint8_t* first, const uint8_t* second, size_t 
   for (uint32_t y = 0; y < rows; y += kMicroBlockSide) {
     for (uint32_t x = 0; x < rowElements; x += kMicroBlockSide) {
       for (uint32_t t = 0; t < kMicroBlockElements; ++t) {
-        // Element t of the micro-block: x bit 0, y bit 0, x bit 1, y bit 1.
-        const uint32_t dx = (t & 1) | ((t >> 2) & 1) << 1;
-        const uint32_t dy = ((t >> 1) & 1) | ((t >> 3) & 1) << 1;
+        const uint32_t dx = kMicroBlockOrder[t] % kMicroBlockSide;
+        const uint32_t dy = kMicroBlockOrder[t] / kMicroBlockSide;
         const size_t at = (y + dy) * pitch + x + dx;
         *ordered++ = first[at];
         *ordered++ = second[at];

@@ -3,8 +3,8 @@
 // flags, streams longer than the staged bytes), streams built to reach the
 // largest sample values the format allows, and whole frames (raw tiles among
 // them) with clipped edges, short buffers and every addressing rule, compared
-// byte for byte and in the context state they leave behind. (Corpus content
-// through every kernel: the frame encoder's round trips.)
+// byte for byte and in the context state they leave behind. (Real content
+// through every kernel: the frame encoder's round trips of the test frames.)
 #include <gtest/gtest.h>
 
 #include <algorithm>

@@ -1,8 +1,8 @@
 // The frame encoders: tiles land where the frame decoders look for them
-// (round trips of whole frames of many sizes and of corpus content, through
-// every tile kernel), the half-slot placement, the uncompressed addressing
-// mode, the gather of edge tiles, and stored bytes equal to tiles encoded
-// alone.
+// (round trips of whole frames of many sizes and of the committed real-content
+// frames, through every tile kernel), the half-slot placement, the
+// uncompressed addressing mode, the gather of edge tiles, and stored bytes
+// equal to tiles encoded alone.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -74,51 +74,35 @@ TEST(FrameEncoder, Nv12FramesRoundTrip) {
   }
 }
 
-// A w x h window at (640, 512) of a 1920-pixel-wide corpus RGBA8888 image,
-// or for RGB565 the top bits of its first three channels.
-Bytes CorpusWindow(const std::string& file, int w, int h, bool rgb565) {
-  const Bytes image = ReadFile(CorpusDir() + "/" + file);
-  Bytes window;
-  for (int y = 0; y < h; ++y) {
-    for (int x = 0; x < w; ++x) {
-      const uint8_t* p = &image[4 * ((512 + y) * 1920 + 640 + x)];
-      if (!rgb565) {
-        window.insert(window.end(), p, p + 4);
-        continue;
-      }
-      const uint32_t word = (p[0] >> 3) << 11 | (p[1] >> 2) << 5 | p[2] >> 3;
-      window.push_back(uint8_t(word)), window.push_back(uint8_t(word >> 8));
-    }
-  }
-  return window;
-}
-
 TEST(FrameEncoder, RgbaAndRgb565FramesRoundTripThroughEveryKernel) {
-  // Widths are whole multiples of 32 pixels for RGB565 (the only columns its
-  // frame layout stores) and of 64 for RGBA8888's stride; bands of 4096 and
-  // more bytes per row exercise the swizzle. (RGB565 without the swizzle uses
-  // a slot rule under which tiles share slots, so it cannot round-trip.)
+  // The frames are taken as the decode commands lay them out: rows at the
+  // data plane's stride, every stored column decoded (for RGB565 the stride's
+  // pixels are whole 32-pixel tiles; a narrower decode width drops columns).
+  // Bands of 4096 and more bytes per row exercise the swizzle. (RGB565
+  // without the swizzle uses a slot rule under which tiles share slots, so it
+  // cannot round-trip.) Made-up content, then every committed crop.
   struct Case {
     int w, h;
     bool rgb565;
     uint64_t swizzle;
-    const char* corpus;  // made-up content when null
+    const char* file;  // made-up content when null
   };
   std::vector<Case> cases = {{64, 16, false, 1, nullptr},  {64, 4, false, 0, nullptr},
                              {256, 72, false, 1, nullptr}, {1024, 40, false, 1, nullptr},
                              {2048, 80, false, 1, nullptr}, {128, 16, true, 1, nullptr},
                              {256, 36, true, 1, nullptr},  {2048, 72, true, 1, nullptr},
                              {4096, 40, true, 1, nullptr}};
-  for (const char* photo : {"photo-boats", "photo-meadow", "photo-mountains", "screen-home"}) {
-    for (bool rgb565 : {false, true}) cases.push_back({256, 64, rgb565, 1, photo});
+  for (const TestFrame& f : kTestFrames) {
+    for (bool rgb565 : {false, true}) cases.push_back({f.width, f.height, rgb565, 1, f.name});
   }
   for (const Case& c : cases) {
     const PlaneFormat format = c.rgb565 ? PlaneFormat::kRgb565 : PlaneFormat::kRgba8888;
     const size_t rowBytes = size_t(c.w) * (c.rgb565 ? 2 : 4);
-    const Bytes image = c.corpus != nullptr
-                            ? CorpusWindow(std::string(c.corpus) + "-1920x1080.rgba", c.w, c.h,
-                                           c.rgb565)
-                            : MakeImage(rowBytes * c.h, c.w + c.h);
+    const Bytes image =
+        c.file != nullptr
+            ? ReadFile(TestDataDir() + "/" + c.file + (c.rgb565 ? ".rgb565" : ".rgba"))
+            : MakeImage(rowBytes * c.h, c.w + c.h);
+    ASSERT_EQ(image.size(), rowBytes * c.h) << (c.file ? c.file : "made-up");
     const PlaneGeometry g = ComputePlaneGeometry(format, c.w, c.h);
     Bytes compressed(g.frameSize, 0);
     Bytes linear(g.outputSize, 0);
@@ -133,7 +117,7 @@ TEST(FrameEncoder, RgbaAndRgb565FramesRoundTripThroughEveryKernel) {
       config.linearY = out.data();
       RunDecoder(MakeContext(ContextFormatOf(format)).get(), config, kernel);
       EXPECT_EQ(out, linear) << c.w << " x " << c.h << (c.rgb565 ? " RGB565 " : " RGBA8888 ")
-                             << (c.corpus ? c.corpus : "") << " kernel " << int(kernel);
+                             << (c.file ? c.file : "") << " kernel " << int(kernel);
     }
   }
 }

@@ -1,7 +1,8 @@
 // The tile encoder's lane routines: the plain ones against residuals, fields
 // and widths worked out here from the gradient predictor's definition, and
 // every vector set this processor runs against the plain one, byte for byte,
-// on made-up and corpus blocks. Also the bit writer at the end of its buffer.
+// on made-up blocks and on blocks of the committed real-content frames. Also
+// the bit writer at the end of its buffer.
 // (The colour transform, RGB565 carries, packing and splits of the active set
 // are checked end to end by the tile encoder's round trips.)
 #include <gtest/gtest.h>
@@ -60,30 +61,39 @@ std::vector<Block> MadeUpBlocks() {
   return blocks;
 }
 
-// 16 x 4 blocks cut evenly from a corpus file (byte rows of `rowBytes`),
-// empty without the corpus.
-std::vector<Block> CorpusBlocks(const std::string& name, size_t rowBytes, size_t rows) {
-  std::vector<Block> blocks;
-  const std::string path = CorpusDir() + "/" + name;
-  if (!FileExists(path)) return blocks;
-  const Bytes frame = ReadFile(path);
-  if (frame.size() < rowBytes * rows) return blocks;
-  for (size_t y = 0; y + kRows <= rows; y += 67) {
-    for (size_t x = 0; x + kWidth <= rowBytes; x += 131) {
+// 16 x 4 blocks cut from the plane of `rows` rows of `rowBytes` bytes at
+// `offset` in `file`, at steps that are no multiple of the tile or pixel
+// sizes, so blocks straddle both.
+void CutBlocks(const Bytes& file, size_t offset, size_t rowBytes, size_t rows,
+               std::vector<Block>* blocks) {
+  if (file.size() < offset + rowBytes * rows) {
+    ADD_FAILURE() << "test frame of " << file.size() << " bytes is too short";
+    return;
+  }
+  const uint8_t* plane = file.data() + offset;
+  for (size_t y = 0; y + kRows <= rows; y += 17) {
+    for (size_t x = 0; x + kWidth <= rowBytes; x += 61) {
       Block b{};
-      for (int r = 0; r < kRows; ++r) std::memcpy(&b[r * kWidth], &frame[(y + r) * rowBytes + x], kWidth);
-      blocks.push_back(b);
+      for (int r = 0; r < kRows; ++r) {
+        std::memcpy(&b[r * kWidth], &plane[(y + r) * rowBytes + x], kWidth);
+      }
+      blocks->push_back(b);
     }
   }
-  return blocks;
 }
 
+// Made-up blocks, then blocks of every committed crop: its NV12 luma and
+// interleaved chroma planes, its RGBA8888 and its RGB565 rows.
 std::vector<Block> AllBlocks() {
   std::vector<Block> blocks = MadeUpBlocks();
-  for (const char* name : {"photo-boats-1920x1080.rgba", "screen-home-1920x1080.nv12"}) {
-    const bool rgba = std::string(name).find(".rgba") != std::string::npos;
-    const std::vector<Block> more = CorpusBlocks(name, rgba ? 4 * 1920 : 1920, 1080);
-    blocks.insert(blocks.end(), more.begin(), more.end());
+  for (const TestFrame& f : kTestFrames) {
+    const std::string base = TestDataDir() + "/" + f.name;
+    const size_t w = f.width, h = f.height;
+    const Bytes nv12 = ReadFile(base + ".nv12");
+    CutBlocks(nv12, 0, w, h, &blocks);
+    CutBlocks(nv12, w * h, 2 * ((w + 1) / 2), (h + 1) / 2, &blocks);
+    CutBlocks(ReadFile(base + ".rgba"), 0, 4 * w, h, &blocks);
+    CutBlocks(ReadFile(base + ".rgb565"), 0, 2 * w, h, &blocks);
   }
   return blocks;
 }

@@ -112,7 +112,7 @@ std::string UsageText() {
          "RGB565_ZPAK to RGB565           -> pelcast B input output width height \n";
 }
 
-std::string CorpusDir() { return PELCAST_CORPUS_DIR; }
+std::string TestDataDir() { return PELCAST_TEST_DATA_DIR; }
 
 uint64_t SlotOf(uint64_t row, uint64_t column, uint64_t macroTilesPerRow) {
   return 16 * ((row / 4) * macroTilesPerRow + column / 4) + kSlotOrder[4 * (row % 4) + column % 4];

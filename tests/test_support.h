@@ -43,8 +43,20 @@ Bytes RandomBytes(size_t count, uint32_t seed);
 // The five-line usage text exactly as the tool prints it.
 std::string UsageText();
 
-// Directory of the shared real-content frames.
-std::string CorpusDir();
+// Directory of the committed real-content test frames (tests/data).
+std::string TestDataDir();
+
+// The committed crops, each as NAME.nv12, NAME.rgba and NAME.rgb565 there
+// (tests/data/README.md): photos and screen content, two of odd size.
+struct TestFrame {
+  const char* name;
+  int width, height;
+};
+inline constexpr TestFrame kTestFrames[] = {
+    {"photo-meadow-256x144", 256, 144},  {"photo-mountains-256x144", 256, 144},
+    {"photo-mountains-97x61", 97, 61},   {"screen-messages-256x144", 256, 144},
+    {"screen-player-256x144", 256, 144}, {"screen-navbar-133x75", 133, 75},
+};
 
 // The surface layout, written here from its rules rather than taken from the
 // code under test.

@@ -27,6 +27,7 @@ targets=(
   "frame_decoder 20000"
   "encoder_roundtrip 8192"
   "command_line 20000 -malloc_limit_mb=4096 -handle_xfsz=0"
+  "api 4096"
 )
 for entry in "${targets[@]}"; do
   read -r target max_len extra <<<"$entry"

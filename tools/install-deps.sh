@@ -8,7 +8,7 @@
 set -euo pipefail
 
 packages=(
-  g++ cmake ninja-build make git file
+  g++ cmake ninja-build make git file pkg-config
   googletest libgtest-dev libbenchmark-dev libpng-dev
   clang libclang-rt-14-dev
   g++-aarch64-linux-gnu qemu-user
