@@ -117,13 +117,13 @@ TEST(Info, PicturesOfTheFramesAndTheirCosts) {
     uint32_t channels;
     std::vector<std::string> maps;
   };
-  const Case cases[] = {{PELCAST_FORMAT_RGBA8888, 60, 20, 4, {"heat"}},
-                        {PELCAST_FORMAT_RGB565, 60, 20, 3, {"heat"}},
-                        {PELCAST_FORMAT_NV12, 60, 20, 3, {"heat-y", "heat-uv"}}};
+  const Case cases[] = {{PELCAST_FORMAT_RGBA8888, 133, 75, 4, {"heat"}},
+                        {PELCAST_FORMAT_RGB565, 133, 75, 3, {"heat"}},
+                        {PELCAST_FORMAT_NV12, 133, 75, 3, {"heat-y", "heat-uv"}}};
   for (const Case& c : cases) {
     SCOPED_TRACE(FormatName(c.format));
     TempDir dir;
-    const Bytes picture = MakePicture(c.format, c.width, c.height, 3);
+    const Bytes picture = CommittedFrames("screen-navbar-133x75", c.format);
     WriteFile(dir.File("in.zpak"), EncodeFrame(c.format, c.width, c.height, picture));
     const ZpakRun run = RunZpak({"info", FormatName(c.format), "in.zpak", std::to_string(c.width),
                                  std::to_string(c.height), "p"}, {}, dir.path());

@@ -28,7 +28,8 @@ struct RoundTrip {
   uint32_t width, height, frames;
   std::string file;
   std::vector<std::string> options;
-  RawGeometry raw;  // frameBytes 0: not raw
+  RawGeometry raw;         // frameBytes 0: not raw
+  std::string committed = "";  // the frames of a committed file; empty: made here
 };
 
 const std::vector<RoundTrip> kRoundTrips = {
@@ -45,7 +46,28 @@ const std::vector<RoundTrip> kRoundTrips = {
     {PELCAST_FORMAT_RGB565, 48, 20, 1, "c.png", {}, {}},
     {PELCAST_FORMAT_RGB565, 30, 10, 2, "c.raw", {"--stride", "64", "--scanlines", "12"},
      {64 * 12, 64, 12, 0, 0}},
+    // Committed real content: odd sizes, premultiplied alpha, a 4-frame pan.
+    {PELCAST_FORMAT_NV12, 97, 61, 1, "m.y4m", {}, {}, "photo-mountains-97x61"},
+    {PELCAST_FORMAT_RGBA8888, 133, 75, 1, "n.png", {}, {}, "screen-navbar-133x75"},
+    {PELCAST_FORMAT_RGB565, 256, 144, 1, "p.raw", {"--stride", "768", "--scanlines", "160"},
+     {768 * 160, 768, 160, 0, 0}, "screen-player-256x144"},
+    {PELCAST_FORMAT_NV12, 192, 108, 4, "h.raw", {"--stride", "256", "--scanlines", "112"},
+     {256 * 112 + 256 * 56, 256, 112, 256 * 112, 256}, "pan-hillside-192x108-4f"},
 };
+
+// The pictures of a case and their dump.
+std::vector<Bytes> PicturesOf(const RoundTrip& c) {
+  std::vector<Bytes> pictures;
+  const Bytes all = c.committed.empty() ? Bytes() : CommittedFrames(c.committed, c.format);
+  const size_t bytes = pelcast_linear_frame_size(c.format, c.width, c.height);
+  for (uint32_t f = 0; f < c.frames; ++f) {
+    pictures.push_back(c.committed.empty()
+                           ? MakePicture(c.format, c.width, c.height, 4 + f)
+                           : Bytes(all.begin() + static_cast<ptrdiff_t>(f * bytes),
+                                   all.begin() + static_cast<ptrdiff_t>((f + 1) * bytes)));
+  }
+  return pictures;
+}
 
 std::vector<std::string> Args(std::vector<std::string> args, const std::vector<std::string>& more) {
   args.insert(args.end(), more.begin(), more.end());
@@ -119,10 +141,13 @@ TEST(Transcode, RoundTripsThroughEveryKindOfFile) {
   for (const RoundTrip& c : kRoundTrips) {
     SCOPED_TRACE(c.file + " " + FormatName(c.format));
     TempDir dir;
-    const Bytes dump = MakeDump(c.format, c.width, c.height, c.frames, 4);
+    const std::vector<Bytes> pictures = PicturesOf(c);
+    Bytes dump;
+    for (const Bytes& p : pictures) {
+      const Bytes frame = EncodeFrame(c.format, c.width, c.height, p);
+      dump.insert(dump.end(), frame.begin(), frame.end());
+    }
     WriteFile(dir.File("in.zpak"), dump);
-    std::vector<Bytes> pictures;
-    for (uint32_t f = 0; f < c.frames; ++f) pictures.push_back(MakePicture(c.format, c.width, c.height, 4 + f));
     const std::string f = FormatName(c.format), w = std::to_string(c.width), h = std::to_string(c.height);
     const ZpakRun decoded = RunZpak(Args({"decode", f, "in.zpak", c.file, w, h}, c.options), {}, dir.path());
     ASSERT_EQ(decoded.status, 0) << decoded.err;

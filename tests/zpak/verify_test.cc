@@ -1,4 +1,5 @@
-// verify on encoder-made frames with planted faults: a metadata byte that is
+// verify on the committed real-content frames, encoded, with planted
+// faults: a metadata byte that is
 // no unit count, a stream cut short by lowering its unit count, and a tile
 // rewritten raw although it fits in one unit. Exactly those tiles are
 // reported, with their kinds; the units stored and the units the library's
@@ -29,6 +30,7 @@ struct Planted {
 };
 
 struct PlantCase {
+  std::string name;  // a committed frame
   pelcast_format format;
   uint32_t width, height;
   std::vector<Planted> faults;
@@ -45,8 +47,8 @@ struct Frame {
   Bytes picture;
 };
 
-Frame MakeFrame(pelcast_format format, uint32_t width, uint32_t height) {
-  Frame f{format, width, height, {}, MakePicture(format, width, height, 6)};
+Frame MakeFrame(const std::string& name, pelcast_format format, uint32_t width, uint32_t height) {
+  Frame f{format, width, height, {}, CommittedFrames(name, format)};
   f.zpak = EncodeFrame(format, width, height, f.picture);
   return f;
 }
@@ -130,19 +132,21 @@ std::set<Place> PlantFaults(Frame* f, const std::vector<Planted>& faults, uint64
 }
 
 const std::vector<PlantCase> kPlantCases = {
-    {PELCAST_FORMAT_NV12, 256, 96,
+    {"screen-player-256x144", PELCAST_FORMAT_NV12, 256, 144,
      {{0, Plant::kBadMetadata}, {0, Plant::kCutShort}, {0, Plant::kStoredRaw},
       {1, Plant::kBadMetadata}, {1, Plant::kCutShort}, {1, Plant::kStoredRaw}}},
-    {PELCAST_FORMAT_RGBA8888, 160, 64,
+    {"screen-messages-256x144", PELCAST_FORMAT_RGBA8888, 256, 144,
      {{0, Plant::kBadMetadata}, {0, Plant::kCutShort}, {0, Plant::kStoredRaw}}},
-    {PELCAST_FORMAT_RGBA8888, 160, 64, {{0, Plant::kStoredRaw}, {0, Plant::kStoredRaw}}},
-    {PELCAST_FORMAT_RGB565, 160, 64, {{0, Plant::kBadMetadata}, {0, Plant::kBadMetadata}}},
+    {"screen-navbar-133x75", PELCAST_FORMAT_RGBA8888, 133, 75,
+     {{0, Plant::kStoredRaw}, {0, Plant::kStoredRaw}}},
+    {"photo-mountains-97x61", PELCAST_FORMAT_RGB565, 97, 61,
+     {{0, Plant::kBadMetadata}, {0, Plant::kBadMetadata}}},
 };
 
 TEST(Verify, ReportsExactlyThePlantedTiles) {
   for (const PlantCase& c : kPlantCases) {
     const std::string label = FormatName(c.format);
-    Frame clean = MakeFrame(c.format, c.width, c.height);
+    Frame clean = MakeFrame(c.name, c.format, c.width, c.height);
     Frame f = clean;
     uint64_t waste = 0;
     const std::set<Place> planted = PlantFaults(&f, c.faults, &waste);
@@ -174,7 +178,7 @@ TEST(Verify, ReportsExactlyThePlantedTiles) {
 TEST(Verify, CommandListsTheProblemsAndExitsByValidity) {
   for (const PlantCase& c : kPlantCases) {
     const std::string label = FormatName(c.format);
-    Frame f = MakeFrame(c.format, c.width, c.height);
+    Frame f = MakeFrame(c.name, c.format, c.width, c.height);
     uint64_t waste = 0;
     const std::set<Place> planted = PlantFaults(&f, c.faults, &waste);
     TempDir dir;
@@ -214,16 +218,19 @@ TEST(Verify, CommandListsTheProblemsAndExitsByValidity) {
 
 TEST(Verify, AReferenceThatDiffersInOneTileNamesIt) {
   struct Case {
+    std::string name;
     pelcast_format format;
     uint32_t width, height, plane, column, row;
   };
   const Case cases[] = {
-      {PELCAST_FORMAT_NV12, 200, 90, 0, 3, 5},   {PELCAST_FORMAT_NV12, 200, 90, 1, 6, 2},
-      {PELCAST_FORMAT_RGBA8888, 99, 41, 0, 6, 9}, {PELCAST_FORMAT_RGB565, 120, 20, 0, 2, 1},
+      {"photo-mountains-97x61", PELCAST_FORMAT_NV12, 97, 61, 0, 2, 5},
+      {"photo-mountains-97x61", PELCAST_FORMAT_NV12, 97, 61, 1, 2, 2},
+      {"screen-navbar-133x75", PELCAST_FORMAT_RGBA8888, 133, 75, 0, 8, 18},
+      {"photo-meadow-256x144", PELCAST_FORMAT_RGB565, 256, 144, 0, 15, 35},
   };
   for (const Case& c : cases) {
     const std::string label = FormatName(c.format) + " plane " + std::to_string(c.plane);
-    const Frame f = MakeFrame(c.format, c.width, c.height);
+    const Frame f = MakeFrame(c.name, c.format, c.width, c.height);
     Bytes reference = f.picture;
     const TileArea a = AreaOfTile(c.format, c.width, c.height, c.plane, c.column, c.row);
     reference[ElementOffset(a, 1, 1)] ^= 0x10;  // inside the picture, edge tiles too

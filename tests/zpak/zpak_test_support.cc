@@ -137,6 +137,25 @@ Bytes DecodeFrame(pelcast_format format, uint32_t width, uint32_t height, const 
   return linear;
 }
 
+Bytes CommittedFrames(const std::string& name, pelcast_format format) {
+  const char* extension = format == PELCAST_FORMAT_NV12
+                              ? ".nv12"
+                              : (format == PELCAST_FORMAT_RGBA8888 ? ".rgba" : ".rgb565");
+  return pelcast::testing::ReadFile(pelcast::testing::TestDataDir() + "/" + name + extension);
+}
+
+Bytes EncodeFrames(pelcast_format format, uint32_t width, uint32_t height, const Bytes& linear) {
+  const size_t frameBytes = pelcast_linear_frame_size(format, width, height);
+  Bytes dump;
+  for (size_t at = 0; at + frameBytes <= linear.size(); at += frameBytes) {
+    const Bytes frame = EncodeFrame(format, width, height,
+                                    Bytes(linear.begin() + static_cast<ptrdiff_t>(at),
+                                          linear.begin() + static_cast<ptrdiff_t>(at + frameBytes)));
+    dump.insert(dump.end(), frame.begin(), frame.end());
+  }
+  return dump;
+}
+
 Bytes MakeDump(pelcast_format format, uint32_t width, uint32_t height, uint32_t frames,
                uint32_t seed) {
   Bytes dump;

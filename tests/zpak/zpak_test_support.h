@@ -24,6 +24,13 @@ Bytes MakePicture(pelcast_format format, uint32_t width, uint32_t height, uint32
 Bytes MakeDump(pelcast_format format, uint32_t width, uint32_t height, uint32_t frames,
                uint32_t seed);
 
+// A committed real-content frame file (tests/data), read whole: NAME.nv12,
+// NAME.rgba or NAME.rgb565 by the format.
+Bytes CommittedFrames(const std::string& name, pelcast_format format);
+
+// Every frame of `linear` (packed frames back to back) encoded.
+Bytes EncodeFrames(pelcast_format format, uint32_t width, uint32_t height, const Bytes& linear);
+
 // One frame encoded or decoded by the library, checked to succeed.
 Bytes EncodeFrame(pelcast_format format, uint32_t width, uint32_t height, const Bytes& linear);
 Bytes DecodeFrame(pelcast_format format, uint32_t width, uint32_t height, const Bytes& zpak);

@@ -57,7 +57,7 @@ constexpr double kContinuitySoftening = 1.0;
 // order candidates whose data is alike: a named size before a listed one
 // before one the scan alone found; a size ending where the zero padding
 // starts before one that takes in padding or cuts off picture. RGB565 black
-// is all zero bits, so its padding evidence weighs less than the lists.
+// is all zero bits, so a zero strip weighs less than the lists there.
 constexpr double kListedFactor = 0.99;
 constexpr double kAlignedFactor = 0.985;
 constexpr double kScannedFactor = 0.98;
@@ -65,6 +65,9 @@ constexpr double kOtherFormatFactor = 0.99;
 constexpr double kPaddingMissFactor = 0.97;
 constexpr double kRgb565PaddingMissFactor = 0.995;
 constexpr double kTornFactor = 0.95;
+// With no zero margin in the surface, a candidate whose own tiles leave out
+// this many whole tile columns or rows of content crops the picture.
+constexpr uint32_t kForeignTiles = 2;
 // Sizes shown in one sentence.
 constexpr size_t kNoteSizes = 4;
 // Scores closer than this count as equal in the notes.
@@ -692,11 +695,24 @@ bool DecodeLayout(Layout* layout, const uint8_t* frame, uint32_t threads) {
   return true;
 }
 
+// Whole tiles of the layout beyond a candidate's own tiles, across and down.
+Size ExtraTiles(const Layout& layout, Size size) {
+  pelcast_tile_grid all{}, own{};
+  pelcast_tile_grid_of(layout.format, layout.size.width, layout.size.height, 0, &all);
+  pelcast_tile_grid_of(layout.format, size.width, size.height, 0, &own);
+  return {all.columns - std::min(all.columns, own.columns), all.rows - std::min(all.rows, own.rows)};
+}
+
 PaddingFit PaddingFitOf(const Layout& layout, Size size) {
   const Size end = layout.contentEnd;
   if (end.width == 0) return PaddingFit::kUnknown;
   if (end.width == layout.size.width && end.height == layout.size.height) {
-    return PaddingFit::kUnknown;
+    // No zero margin. A writer fills the pixels of its last tiles past the
+    // picture with anything (1920x1080 written as 1088 rows); content in
+    // kForeignTiles or more whole tiles past a candidate's own is picture.
+    const Size extra = ExtraTiles(layout, size);
+    const bool crops = extra.width >= kForeignTiles || extra.height >= kForeignTiles;
+    return crops ? PaddingFit::kCropsContent : PaddingFit::kUnknown;
   }
   if (size.width < end.width || size.height < end.height) return PaddingFit::kCropsContent;
   if (size.width > end.width || size.height > end.height) return PaddingFit::kZeroStrip;
@@ -712,7 +728,9 @@ double PriorFactor(uint32_t sources) {
 }
 
 double PaddingFactor(pelcast_format format, PaddingFit fit) {
-  if (fit != PaddingFit::kZeroStrip && fit != PaddingFit::kCropsContent) return 1.0;
+  if (fit == PaddingFit::kCropsContent) return kPaddingMissFactor;
+  if (fit != PaddingFit::kZeroStrip) return 1.0;
+  // RGB565 black is zero bits: a zero strip may be picture.
   return format == PELCAST_FORMAT_RGB565 ? kRgb565PaddingMissFactor : kPaddingMissFactor;
 }
 
