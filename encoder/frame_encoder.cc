@@ -71,8 +71,14 @@ uint64_t InsideCount(uint64_t origin, uint64_t tileSpan, uint64_t imageSpan) {
 void StoreTile(const ZpakConfig& config, const PlaneWalk& walk, uint64_t slot, uint64_t metaOffset,
                const uint8_t* stored, uint64_t units) {
   const uint32_t meta = MetadataForUnits(units);
-  StoreBounded(walk.dataPlane, TileByteOffset(slot, meta, config), stored,
-               Min(StoredBytesForUnits(units), kSlotBytes), config.compressedEnd);
+  const uint64_t at = TileByteOffset(slot, meta, config);
+  const uint64_t bytes = Min(StoredBytesForUnits(units), kSlotBytes);
+  StoreBounded(walk.dataPlane, at, stored, bytes, config.compressedEnd);
+  if (config.clearUnusedSlotBytes != 0) {
+    const uint64_t slotStart = kSlotBytes * slot;
+    StoreZeros(walk.dataPlane, slotStart, at - slotStart, config.compressedEnd);
+    StoreZeros(walk.dataPlane, at + bytes, slotStart + kSlotBytes - at - bytes, config.compressedEnd);
+  }
   const uint8_t metaByte = static_cast<uint8_t>(meta);
   StoreBounded(walk.metaPlane, metaOffset, &metaByte, 1, config.compressedEnd);
 }

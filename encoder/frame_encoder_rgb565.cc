@@ -69,8 +69,12 @@ void StoreHalf(const ZpakConfig& config, const TileAddressTables& tables, uint64
                uint64_t h, uint64_t slotOffset, const uint8_t* stored, uint64_t units) {
   const uint32_t meta = MetadataForUnits(units);
   const uint64_t bytes = StoredBytesForUnits(units);
-  StoreBounded(config.yDataPlane, slotOffset, stored, bytes < kHalfBytes ? bytes : kHalfBytes,
+  const uint64_t storedBytes = bytes < kHalfBytes ? bytes : kHalfBytes;
+  StoreBounded(config.yDataPlane, slotOffset, stored, storedBytes, config.compressedEnd);
+  if (config.clearUnusedSlotBytes != 0) {
+    StoreZeros(config.yDataPlane, slotOffset + storedBytes, kHalfBytes - storedBytes,
                config.compressedEnd);
+  }
   const uint8_t metaByte = static_cast<uint8_t>(meta);
   StoreBounded(config.yMetaPlane, TileMetaOffset(tables, tr, kHalvesPerTile * tc + h), &metaByte, 1,
                config.compressedEnd);

@@ -28,6 +28,13 @@ inline void StoreBounded(uint8_t* plane, uint64_t offset, const uint8_t* source,
   std::memcpy(plane + offset, source, count);
 }
 
+// Writes `count` zero bytes at plane + offset, bounded as StoreBounded; at
+// most one slot at a time.
+inline void StoreZeros(uint8_t* plane, uint64_t offset, uint64_t count, const uint8_t* end) {
+  alignas(64) static constexpr uint8_t kZeros[kSlotBytes] = {};
+  StoreBounded(plane, offset, kZeros, count < kSlotBytes ? count : kSlotBytes, end);
+}
+
 // Asks for `count` bytes at plane + offset to be brought into the cache
 // (for writing when kForWriting), as far as they lie before `end`. Inlined
 // always: a call of a function that only prefetches counts as free of

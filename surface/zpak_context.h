@@ -132,6 +132,11 @@ struct ZpakConfig {
   // surface size can make a frame codec touch memory outside the buffer. Null
   // means the caller guarantees the planes hold every tile.
   uint8_t* compressedEnd;
+  // Encoders: when non-zero, a tile's store also writes zeros over every
+  // byte of its slot (or slot half) that the tile leaves, so a buffer reused
+  // for the next frame needs clearing only where no tile is stored. When
+  // zero, those bytes are left as they are (they must already be zero).
+  uint64_t clearUnusedSlotBytes;
 };
 
 // Geometry of the linear-to-compressed commands, filled by PrepareZpakBuffers.

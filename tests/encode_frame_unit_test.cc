@@ -208,6 +208,63 @@ TEST(FrameEncoder, StoredTilesEqualTilesEncodedAloneIntoClearedBuffers) {
   EXPECT_TRUE(seen[1] && seen[2] && seen[3] && seen[4]);
 }
 
+// The compressed frame of `image` (the staged linear frame) encoded into
+// `compressed` as the commands lay it out, clearing unused slot bytes or not.
+void EncodeInto(PlaneFormat format, int w, int h, Bytes image, Bytes* compressed, bool clear) {
+  ZpakConfig config{};
+  if (format == PlaneFormat::kRgb565) {
+    const PlaneGeometry g = ComputePlaneGeometry(format, w, h);
+    image.resize(g.outputSize);
+    compressed->resize(g.frameSize);
+    config = FrameConfig(format, g, w, h, compressed->data(), image.data());
+  } else {
+    const bool nv12 = format == PlaneFormat::kNv12;
+    const auto e = ComputeEncodeGeometryT<uint32_t>(nv12, w, h);
+    image.resize(e.stagingSize);
+    compressed->resize(e.bufferSize);
+    config = EncodeConfig(e, nv12, compressed->data(), image.data());
+  }
+  config.clearUnusedSlotBytes = clear ? 1 : 0;
+  RunEncoder(MakeContext(ContextFormatOf(format)).get(), config);
+}
+
+TEST(FrameEncoder, ClearedSlotsMakeAReusedBufferEqualAFreshOne) {
+  // A buffer that holds a frame of noise (every slot filled) takes a frame of
+  // smooth content (short tiles): with the unused slot bytes cleared it ends
+  // as a zero-filled buffer would, and without, the noise shows through.
+  struct Case {
+    PlaneFormat format;
+    int w, h;
+  };
+  const Case cases[] = {
+      {PlaneFormat::kNv12, 64, 32},      {PlaneFormat::kNv12, 33, 17},
+      {PlaneFormat::kNv12, 200, 130},    {PlaneFormat::kRgba8888, 64, 16},
+      {PlaneFormat::kRgba8888, 33, 17},  {PlaneFormat::kRgba8888, 250, 99},
+      {PlaneFormat::kRgb565, 64, 16},    {PlaneFormat::kRgb565, 250, 99},
+      {PlaneFormat::kRgb565, 96, 3},
+  };
+  for (const Case& c : cases) {
+    const std::string label = std::to_string(c.w) + "x" + std::to_string(c.h) + " format " +
+                              std::to_string(static_cast<int>(c.format));
+    const size_t bytes = size_t{8} * (c.w + 256) * (c.h + 64);  // more than any staging
+    const Bytes noise = RandomBytes(bytes, 3);
+    Bytes smooth(bytes);
+    for (size_t i = 0; i < bytes; ++i) smooth[i] = static_cast<uint8_t>(i / 512);
+    Bytes fresh, reused, stale;
+    EncodeInto(c.format, c.w, c.h, smooth, &fresh, false);
+    EncodeInto(c.format, c.w, c.h, noise, &reused, false);
+    stale = reused;
+    EncodeInto(c.format, c.w, c.h, smooth, &reused, true);
+    EncodeInto(c.format, c.w, c.h, smooth, &stale, false);
+    EXPECT_TRUE(reused == fresh) << label;
+    EXPECT_FALSE(stale == fresh) << label;
+    // Into a fresh buffer the clearing changes nothing.
+    Bytes cleared;
+    EncodeInto(c.format, c.w, c.h, smooth, &cleared, true);
+    EXPECT_TRUE(cleared == fresh) << label;
+  }
+}
+
 TEST(FrameEncoder, AlternativeAddressingStoresReorderedTilesWithoutMetadata) {
   FlatFrame f(1, 1);
   for (size_t i = 0; i < f.linear.size(); ++i) f.linear[i] = static_cast<uint8_t>(i * 7 + i / 5);
