@@ -132,6 +132,10 @@ bool PrepareTileAddressTables(TileAddressTables* tables, const TileGridLayout& l
     return false;
   }
   const uint64_t entries = columns * layout.tileRows;
+  if (tables->borrowed) {
+    // Another table's storage is never written: start on storage of its own.
+    *tables = TileAddressTables{};
+  }
   if (entries > tables->slotCapacity) {
     std::free(tables->slots);
     tables->slots = static_cast<uint64_t*>(std::malloc(entries * sizeof(uint64_t)));
@@ -150,8 +154,14 @@ bool PrepareTileAddressTables(TileAddressTables* tables, const TileGridLayout& l
 }
 
 void ReleaseTileAddressTables(TileAddressTables* tables) {
-  std::free(tables->slots);
+  if (!tables->borrowed) std::free(tables->slots);
   *tables = TileAddressTables{};
+}
+
+void BorrowTileAddressTables(TileAddressTables* tables, const TileAddressTables& owner) {
+  ReleaseTileAddressTables(tables);
+  *tables = owner;
+  tables->borrowed = true;
 }
 
 }  // namespace pelcast

@@ -74,6 +74,7 @@ struct TileAddressTables {
   uint64_t metaColumns;  // 16 x metaTilesPerRow
   TileGridLayout layout;
   bool valid;
+  bool borrowed;  // `slots` belongs to other tables (BorrowTileAddressTables)
 };
 
 // Builds the layout of a grid from its macro-tile and metadata-tile sizes and
@@ -89,8 +90,15 @@ TileGridLayout MakeTileGridLayout(SlotRule rule, uint64_t planeWidth, uint64_t p
 // cannot be allocated (the tables are then empty and every lookup yields 0).
 bool PrepareTileAddressTables(TileAddressTables* tables, const TileGridLayout& layout);
 
-// Releases the tables' storage.
+// Releases the tables' storage (none when borrowed).
 void ReleaseTileAddressTables(TileAddressTables* tables);
+
+// Makes `tables` read the tables built in `owner` instead of building their
+// own, so that the threads decoding or encoding one surface share a single
+// copy. `owner` keeps and releases the storage and must outlive every use of
+// `tables`; a later Prepare of another layout gives `tables` storage of their
+// own. Whatever `tables` held is released first.
+void BorrowTileAddressTables(TileAddressTables* tables, const TileAddressTables& owner);
 
 // Slot number of tile (row, column); 0 outside the built table, as for an
 // entry the table build never wrote.

@@ -76,6 +76,42 @@ TEST(TileAddressing, Rgb565SlotRules) {
   }
 }
 
+TEST(TileAddressing, BorrowedTablesReadTheOwnersAndNeverFreeThem) {
+  // Two RGBA8888 layouts of different sizes. A borrower reads the owner's
+  // slots; preparing it for the owner's layout keeps the borrowed storage,
+  // for another layout gives it storage of its own (the owner's stays
+  // intact); releasing a borrower frees nothing of the owner's (the
+  // sanitizers would see a double free).
+  auto layout = [](uint64_t m) {
+    return MakeTileGridLayout(SlotRule::kSwizzled, m * 64, 128, 64, 16, 16, 4, 256, 64, 1, 3, 0, 15);
+  };
+  TileAddressTables owner{};
+  ASSERT_TRUE(PrepareTileAddressTables(&owner, layout(8)));
+  const std::vector<uint64_t> slots(owner.slots, owner.slots + 32 * 32);
+  struct Case {
+    uint64_t preparedFor;  // 0: not prepared again
+    bool shares;
+  };
+  for (const Case& c : {Case{0, true}, Case{8, true}, Case{4, false}}) {
+    TileAddressTables borrower{};
+    ASSERT_TRUE(PrepareTileAddressTables(&borrower, layout(2)));  // storage of its own, released
+    BorrowTileAddressTables(&borrower, owner);
+    if (c.preparedFor != 0) {
+      ASSERT_TRUE(PrepareTileAddressTables(&borrower, layout(c.preparedFor)));
+    }
+    EXPECT_EQ(borrower.slots == owner.slots, c.shares) << c.preparedFor;
+    const uint64_t m = c.preparedFor != 0 ? c.preparedFor : 8;
+    for (uint64_t r = 0; r < 32; ++r) {
+      for (uint64_t col = 0; col < 4 * m; ++col) {
+        ASSERT_EQ(TileSlot(borrower, r, col), ExpectedSlot(false, r, col, m, 1)) << r << "," << col;
+      }
+    }
+    ReleaseTileAddressTables(&borrower);
+    EXPECT_TRUE(std::equal(slots.begin(), slots.end(), owner.slots)) << c.preparedFor;
+  }
+  ReleaseTileAddressTables(&owner);
+}
+
 // One RGBA8888 macro tile, 64 x 16: metadata, then data 4096 bytes on.
 ZpakConfig MacroTile(Bytes* frame, Bytes* out) {
   return PlaneConfig(3, frame->data(), frame->data() + 4096, frame->data() + frame->size(),
