@@ -6,6 +6,8 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "api/worker_pool.h"
+#include "cli/command_threads.h"
 #include "cli/commands.h"
 #include "cli/decode_session.h"
 #include "io/file_io.h"
@@ -123,18 +125,22 @@ bool Convert(const DecodeCommand& command, DecodeSession* s) {
                 static_cast<void*>(s->frameBuffer), static_cast<void*>(s->outputBuffer));
     return false;
   }
+  PrepareBandThreads(command, s, CommandThreads());
   s->pieceByPiece = CanReadPieceByPiece(command, s);
   return DecodeFrames(command, s);
 }
 
 void RunDecodeCommand(const DecodeCommand& command, const char* inputPath, const char* outputPath,
                       int32_t width, int32_t height) {
+  api::WorkerPool pool;
   DecodeSession s{};
+  s.pool = &pool;
   s.inputPath = inputPath;
   s.outputPath = outputPath;
   s.width = width;
   s.height = height;
   const bool succeeded = OpenFiles(command, &s) && Convert(command, &s);
+  ReleaseBandThreads(&s);
   ReleaseZeroed(s.frameBuffer);
   ReleaseZeroed(s.outputBuffer);
   ReleaseZpakContext(s.context);

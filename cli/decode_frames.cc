@@ -4,14 +4,19 @@
 // with exactly the bytes the whole-frame read, decode and write give.
 #include <algorithm>
 #include <bit>
+#include <cerrno>
+#include <condition_variable>
 #include <cstdio>
 #include <cstring>
+#include <mutex>
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "cli/decode_session.h"
 #include "decoder/frame_decoder.h"
 #include "surface/frame_config.h"
+#include "surface/tile_format.h"
 
 namespace pelcast::decode_detail {
 namespace {
@@ -86,12 +91,21 @@ bool WriteFrame(const DecodeCommand& command, const DecodeSession& s) {
   return true;
 }
 
-// Band by band: each run of tile rows is decoded into the start of the
-// output buffer and written out at once, so a frame never sits in memory
-// whole. Only the buffer's first band is ever touched (its pages cost faults
-// and zeroing once), and the write copies bytes that are still in cache. The
-// file receives exactly the bytes of the whole-frame decode and write.
+// Band by band: each run of tile rows is decoded into a small buffer and
+// written out at once, so a frame never sits in memory whole. On one thread
+// the buffer is the start of the output buffer, the only part of it ever
+// touched (its pages cost faults and zeroing once), and the write copies
+// bytes that are still in cache. On more, each band goes to a slot of a ring
+// of band buffers: the threads decode bands ahead while the bands are
+// written in order. The file receives exactly the bytes of the whole-frame
+// decode and write.
 constexpr uint64_t kBandBytes = uint64_t{1} << 18;
+// With threads, a plane is cut into at least this many bands per thread, so
+// that a thread that finishes early takes over the rest.
+constexpr uint64_t kBandsPerThread = 4;
+// Band buffers per thread: room to decode ahead while earlier bands wait to
+// be written.
+constexpr uint32_t kRingSlotsPerThread = 3;
 
 struct BandPlane {
   uint64_t plane;        // band plane for the decoder
@@ -104,9 +118,13 @@ struct BandPlane {
   uint64_t limit;        // bytes of the whole-frame output that are written out
 };
 
-uint64_t BandTileRows(const BandPlane& p) {
+// Tile rows of a band: about kBandBytes of output, and on `threads` > 1 at
+// most a share of kBandsPerThread bands per thread.
+uint64_t BandTileRows(const BandPlane& p, uint32_t threads) {
   const uint64_t rowBytes = p.rowsPerTile * p.pitch;
-  return rowBytes == 0 ? p.tileRows : std::max<uint64_t>(1, kBandBytes / rowBytes);
+  uint64_t rows = rowBytes == 0 ? p.tileRows : kBandBytes / rowBytes;
+  if (threads > 1) rows = std::min(rows, CeilDiv(p.tileRows, kBandsPerThread * threads));
+  return std::max<uint64_t>(rows, 1);
 }
 
 // Writes linear rows [first, end) of the plane, held from `band` on, as the
@@ -159,64 +177,53 @@ PlanePieces PiecesOf(const DecodeCommand& command, const PlaneGeometry& g, uint6
   return PlanePieces{0, g.yMetaBufSize, lumaData, g.yDataBufSize};
 }
 
-bool BandWindowOf(const DecodeCommand& command, const DecodeSession& s, const TileRowBand& band,
-                  BandWindow* window) {
+// The data bytes a band's tiles are fetched from, as named by `context`'s
+// tables; false when the band cannot be read piece by piece.
+bool BandWindowOf(const DecodeCommand& command, const DecodeSession& s, ZpakContext* context,
+                  const TileRowBand& band, BandWindow* window) {
   const PlanePieces pieces = PiecesOf(command, s.geometry, band.plane);
   const bool named =
       command.planeFormat == PlaneFormat::kRgb565
-          ? ZpakRgb565BandWindow(s.context, *s.config, band, pieces.metaBytes, window)
-          : ZpakBandWindow(s.context, *s.config, band, pieces.metaBytes, window);
+          ? ZpakRgb565BandWindow(context, *s.config, band, pieces.metaBytes, window)
+          : ZpakBandWindow(context, *s.config, band, pieces.metaBytes, window);
   return named && window->dataEnd - window->dataFirst <= pieces.windowCapacity;
 }
 
-// Reads the data bytes a band's tiles are fetched from into the frame buffer
-// right after the first metadata plane, and decodes the band from there. A read
-// that comes up short (the file shrank under the command) leaves the rest
-// reading as zeros.
-void DecodeBandPieceByPiece(const DecodeCommand& command, DecodeSession* s,
-                            const TileRowBand& band) {
-  const PlanePieces pieces = PiecesOf(command, s->geometry, band.plane);
-  BandWindow window{};
-  if (!BandWindowOf(command, *s, band, &window)) return;
-  uint8_t* bytes = s->frameBuffer + s->geometry.yMetaBufSize;
+// Reads up to `bytes` bytes at offset `at` of the file; returns how many
+// arrived (fewer when the file ends first). Positioned reads leave the
+// stream's own position alone and may run on several threads at once.
+uint64_t ReadAt(int fd, uint8_t* to, uint64_t bytes, uint64_t at) {
   uint64_t got = 0;
-  if (window.dataEnd > window.dataFirst &&
-      std::fseek(s->input, s->frameStart + static_cast<long>(pieces.dataAt + window.dataFirst),
-                 SEEK_SET) == 0) {
-    got = std::fread(bytes, 1, window.dataEnd - window.dataFirst, s->input);
+  while (got < bytes) {
+    const ssize_t n = pread(fd, to + got, bytes - got, static_cast<off_t>(at + got));
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) break;
+    got += static_cast<uint64_t>(n);
   }
-  window.dataEnd = window.dataFirst + got;
-  window.data = bytes;
-  if (command.planeFormat == PlaneFormat::kRgb565) {
-    DecodeZpakFrameRgb565BandFromWindow(s->context, s->config, band, window);
-  } else {
-    DecodeZpakFrameBandFromWindow(s->context, s->config, band, window);
-  }
+  return got;
 }
 
-// Decodes and writes one plane band by band; false when a write falls short.
-bool WritePlaneInBands(const DecodeCommand& command, DecodeSession* s, const BandPlane& p) {
-  const uint64_t step = BandTileRows(p);
-  for (uint64_t tr = 0; tr < p.tileRows; tr += step) {
-    const TileRowBand band{p.plane, tr, std::min(step, p.tileRows - tr)};
-    if (s->pieceFrame) {
-      DecodeBandPieceByPiece(command, s, band);
-    } else if (command.planeFormat == PlaneFormat::kRgb565) {
-      DecodeZpakFrameRgb565Band(s->context, s->config, band);
-    } else {
-      DecodeZpakFrameBand(s->context, s->config, band);
-    }
-    const uint64_t first = std::min(tr * p.rowsPerTile, p.rows);
-    const uint64_t end = std::min((tr + band.tileRowCount) * p.rowsPerTile, p.rows);
-    if (first >= end) continue;
-    if (command.planeFormat == PlaneFormat::kRgb565) {
-      SwapRedAndBlue(s->outputBuffer, static_cast<uint32_t>((end - first) * p.pitch));
-    }
-    if (!WriteBandRows(s->output, s->outputBuffer, p, first, end, s->geometry.outputSize)) {
-      return false;
-    }
+// Reads the data bytes a band's tiles are fetched from into the worker's
+// buffer, and decodes the band from there. A read that comes up short (the
+// file shrank under the command) leaves the rest reading as zeros.
+void DecodeBandPieceByPiece(const DecodeCommand& command, const DecodeSession& s,
+                            const BandWorker& worker, const ZpakConfig& config,
+                            const TileRowBand& band) {
+  const PlanePieces pieces = PiecesOf(command, s.geometry, band.plane);
+  BandWindow window{};
+  if (!BandWindowOf(command, s, worker.context, band, &window)) return;
+  uint64_t got = 0;
+  if (window.dataEnd > window.dataFirst) {
+    got = ReadAt(fileno(s.input), worker.window, window.dataEnd - window.dataFirst,
+                 static_cast<uint64_t>(s.frameStart) + pieces.dataAt + window.dataFirst);
   }
-  return true;
+  window.dataEnd = window.dataFirst + got;
+  window.data = worker.window;
+  if (command.planeFormat == PlaneFormat::kRgb565) {
+    DecodeZpakFrameRgb565BandFromWindow(worker.context, &config, band, window);
+  } else {
+    DecodeZpakFrameBandFromWindow(worker.context, &config, band, window);
+  }
 }
 
 // The planes of the frame as the whole-frame write gives them, or none when
@@ -259,6 +266,133 @@ uint32_t BandPlanes(const DecodeCommand& command, const DecodeSession& s, BandPl
   return planes[0].rowBytes <= planes[0].pitch ? 1 : 0;
 }
 
+// The bands of one frame, numbered plane after plane.
+struct FrameBands {
+  BandPlane planes[2];
+  uint64_t step[2];   // tile rows per band
+  uint64_t count[2];  // bands of the plane
+  uint32_t planeCount;
+  uint64_t total;
+};
+
+// The frame's bands when it is split for `threads` threads (none when the
+// geometry is decoded whole). The descriptor must be filled.
+FrameBands MakeFrameBands(const DecodeCommand& command, const DecodeSession& s, uint32_t threads) {
+  FrameBands bands{};
+  bands.planeCount = BandPlanes(command, s, bands.planes);
+  for (uint32_t i = 0; i < bands.planeCount; ++i) {
+    bands.step[i] = BandTileRows(bands.planes[i], threads);
+    bands.count[i] = CeilDiv(bands.planes[i].tileRows, bands.step[i]);
+    bands.total += bands.count[i];
+  }
+  return bands;
+}
+
+// Band `index` of the frame: its plane and tile rows.
+struct FrameBand {
+  const BandPlane* plane;
+  TileRowBand rows;
+};
+
+FrameBand BandAt(const FrameBands& bands, uint64_t index) {
+  uint32_t i = 0;
+  while (i + 1 < bands.planeCount && index >= bands.count[i]) index -= bands.count[i++];
+  const BandPlane& p = bands.planes[i];
+  const uint64_t first = index * bands.step[i];
+  return FrameBand{&p, TileRowBand{p.plane, first, std::min(bands.step[i], p.tileRows - first)}};
+}
+
+// Linear rows [first, end) of its plane that a band writes out.
+struct LinearRows {
+  uint64_t first;
+  uint64_t end;
+};
+
+LinearRows LinearRowsOf(const FrameBand& band) {
+  const BandPlane& p = *band.plane;
+  const uint64_t first = band.rows.firstTileRow * p.rowsPerTile;
+  const uint64_t end = (band.rows.firstTileRow + band.rows.tileRowCount) * p.rowsPerTile;
+  return LinearRows{std::min(first, p.rows), std::min(end, p.rows)};
+}
+
+// One frame's bands shared out to the threads. Band i is decoded into ring
+// slot i % ringSlots once band i - ringSlots has been written; whichever
+// thread finishes the band next in line writes it, and every band after it
+// that is ready, while the others go on decoding.
+struct FrameRun {
+  const DecodeCommand* command;
+  DecodeSession* session;
+  FrameBands bands;
+  std::mutex mutex;
+  std::condition_variable slotFreed;
+  uint64_t nextWrite = 0;  // the band to be written next
+  bool writing = false;    // a thread is writing bands
+  bool failed = false;     // U's write fell short: nothing more is written
+};
+
+uint8_t* SlotOf(const DecodeSession& s, uint64_t index) {
+  return s.ring + (index % s.ringSlots) * s.slotBytes;
+}
+
+// Writes band `index` from its slot; only U's writes are checked.
+void WriteBand(FrameRun* run, uint64_t index) {
+  const DecodeSession& s = *run->session;
+  const FrameBand band = BandAt(run->bands, index);
+  const LinearRows rows = LinearRowsOf(band);
+  if (run->failed || rows.first >= rows.end) return;
+  const bool whole = WriteBandRows(s.output, SlotOf(s, index), *band.plane, rows.first, rows.end,
+                                   s.geometry.outputSize);
+  if (!whole && run->command->planeFormat == PlaneFormat::kNv12) run->failed = true;
+}
+
+// Marks band `index` decoded and, unless another thread is writing, writes
+// the bands that are next in line.
+void FinishBand(FrameRun* run, uint64_t index) {
+  DecodeSession& s = *run->session;
+  std::unique_lock<std::mutex> lock(run->mutex);
+  s.ringBands[index % s.ringSlots] = index + 1;
+  if (run->writing) return;
+  run->writing = true;
+  while (run->nextWrite < run->bands.total &&
+         s.ringBands[run->nextWrite % s.ringSlots] == run->nextWrite + 1) {
+    const uint64_t next = run->nextWrite;
+    lock.unlock();
+    WriteBand(run, next);
+    lock.lock();
+    ++run->nextWrite;
+    run->slotFreed.notify_all();
+  }
+  run->writing = false;
+}
+
+void DecodeBandJob(void* argument, uint32_t worker, uint64_t index) {
+  auto* run = static_cast<FrameRun*>(argument);
+  const DecodeCommand& command = *run->command;
+  const DecodeSession& s = *run->session;
+  {
+    std::unique_lock<std::mutex> lock(run->mutex);
+    run->slotFreed.wait(lock, [&] { return run->nextWrite + s.ringSlots > index; });
+  }
+  const FrameBand band = BandAt(run->bands, index);
+  uint8_t* slot = SlotOf(s, index);
+  ZpakConfig config = *s.config;
+  config.linearY = slot;
+  const BandWorker& w = s.workers[worker];
+  if (s.pieceFrame) {
+    DecodeBandPieceByPiece(command, s, w, config, band.rows);
+  } else if (command.planeFormat == PlaneFormat::kRgb565) {
+    DecodeZpakFrameRgb565Band(w.context, &config, band.rows);
+  } else {
+    DecodeZpakFrameBand(w.context, &config, band.rows);
+  }
+  const LinearRows rows = LinearRowsOf(band);
+  if (command.planeFormat == PlaneFormat::kRgb565 && rows.first < rows.end) {
+    // While the band is in this thread's cache.
+    SwapRedAndBlue(slot, static_cast<uint32_t>((rows.end - rows.first) * band.plane->pitch));
+  }
+  FinishBand(run, index);
+}
+
 // Whether the input holds a whole frame from where it stands.
 bool WholeFrameAhead(const DecodeSession& s, long at) {
   struct stat info {};
@@ -281,13 +415,131 @@ bool ReadMetadataPlanes(const DecodeCommand& command, DecodeSession* s, long at)
   return true;
 }
 
+void FillFrameConfig(const DecodeCommand& command, DecodeSession* s) {
+  FillDecodeConfig(s->config, command.planeFormat, s->geometry, s->width, s->height,
+                   s->frameBuffer, s->outputBuffer);
+}
+
+// The largest data window of the frame's bands split for `threads`, as
+// `context` names them; false when some band cannot be read piece by piece
+// (or the frame is decoded whole). The descriptor must be filled.
+bool LargestBandWindow(const DecodeCommand& command, const DecodeSession& s, ZpakContext* context,
+                       uint32_t threads, uint64_t* largest) {
+  const FrameBands bands = MakeFrameBands(command, s, threads);
+  if (bands.planeCount == 0) return false;
+  *largest = 0;
+  for (uint64_t i = 0; i < bands.total; ++i) {
+    BandWindow window{};
+    if (!BandWindowOf(command, s, context, BandAt(bands, i).rows, &window)) return false;
+    *largest = std::max(*largest, window.dataEnd - window.dataFirst);
+  }
+  return true;
+}
+
+bool IsRegularFile(FILE* file) {
+  struct stat info {};
+  return fstat(fileno(file), &info) == 0 && S_ISREG(info.st_mode);
+}
+
+// The one-thread set-up: worker 0 alone, decoding into the start of the
+// output buffer.
+void UseOneThread(DecodeSession* s) {
+  s->threads = 1;
+  s->workers.assign(1, BandWorker{s->context, s->frameBuffer + s->geometry.yMetaBufSize});
+  s->ring = s->outputBuffer;
+  s->ringSlots = 1;
+  s->slotBytes = 0;
+  s->ringBands.assign(1, 0);
+}
+
+// The smallest room for data windows after the first metadata plane of the
+// frame buffer, over the frame's planes.
+uint64_t WindowRoom(const DecodeCommand& command, const DecodeSession& s) {
+  uint64_t room = PiecesOf(command, s.geometry, kLumaPlane).windowCapacity;
+  if (command.planeFormat == PlaneFormat::kNv12) {
+    room = std::min(room, PiecesOf(command, s.geometry, kChromaPlane).windowCapacity);
+  }
+  return room;
+}
+
+// Obtains the buffers and contexts of `threads` threads for bands split as
+// for them; false (with everything released) when some cannot be had. Where
+// they fit, the ring lies at the start of the output buffer and the threads'
+// data windows one after the other after the frame buffer's first metadata
+// plane, parts of those buffers that piece-by-piece decoding leaves unused
+// and whose first pages are touched anyway.
+bool ObtainThreadBuffers(const DecodeCommand& command, DecodeSession* s, uint32_t threads) {
+  const FrameBands bands = MakeFrameBands(command, *s, threads);
+  uint64_t slotBytes = 0;
+  for (uint32_t i = 0; i < bands.planeCount; ++i) {
+    slotBytes = std::max(slotBytes, bands.step[i] * bands.planes[i].rowsPerTile * bands.planes[i].pitch);
+  }
+  // Also builds the tables of `context`, which the other threads borrow.
+  uint64_t windowBytes = 0;
+  if (!LargestBandWindow(command, *s, s->context, threads, &windowBytes) ||
+      !IsRegularFile(s->input)) {
+    windowBytes = 0;
+  }
+  s->threads = threads;
+  s->ringSlots = kRingSlotsPerThread * threads;
+  s->slotBytes = slotBytes;
+  s->ringBands.assign(s->ringSlots, 0);
+  const uint64_t ringBytes = s->ringSlots * slotBytes;
+  s->ringOwned = ringBytes > s->geometry.outputSize;
+  s->ring = s->ringOwned ? AllocateZeroed(ringBytes) : s->outputBuffer;
+  uint8_t* const room = s->frameBuffer + s->geometry.yMetaBufSize;
+  const bool windowsFit = threads * windowBytes <= WindowRoom(command, *s);
+  if (!windowsFit) s->windows = AllocateZeroed((threads - 1) * windowBytes);
+  s->workers.assign(threads, BandWorker{s->context, room});
+  bool obtained = s->ring != nullptr && (windowsFit || s->windows != nullptr);
+  for (uint32_t t = 1; t < threads; ++t) {
+    ZpakContext* context = AllocateZpakContext();
+    if (context != nullptr) {
+      ConfigureZpakContext(context, ContextFormatOf(command.planeFormat));
+      BorrowTileAddressTables(&context->addressTables, s->context->addressTables);
+    }
+    uint8_t* window = windowsFit           ? room + t * windowBytes
+                      : s->windows != nullptr ? s->windows + (t - 1) * windowBytes
+                                              : nullptr;
+    s->workers[t] = BandWorker{context, window};
+    obtained = obtained && context != nullptr;
+  }
+  if (!obtained) ReleaseBandThreads(s);
+  return obtained;
+}
+
 }  // namespace
+
+void PrepareBandThreads(const DecodeCommand& command, DecodeSession* s, uint32_t threads) {
+  UseOneThread(s);
+  if (threads <= 1 || s->geometry.frameSize == 0) return;
+  FillFrameConfig(command, s);
+  // A frame of one band (or decoded whole) keeps to one thread.
+  if (MakeFrameBands(command, *s, threads).total <= 1) return;
+  // The workers first: the bands are cut for the threads there are.
+  threads = 1 + api::StartWorkers(s->pool, threads - 1);
+  if (threads <= 1 || !ObtainThreadBuffers(command, s, threads)) {
+    ReleaseBandThreads(s);
+  }
+}
+
+void ReleaseBandThreads(DecodeSession* s) {
+  if (s->pool != nullptr) api::StopWorkers(s->pool);
+  for (size_t t = 1; t < s->workers.size(); ++t) ReleaseZpakContext(s->workers[t].context);
+  if (s->ringOwned) ReleaseZeroed(s->ring);
+  s->ringOwned = false;
+  ReleaseZeroed(s->windows);
+  s->windows = nullptr;
+  UseOneThread(s);
+}
 
 // Decodes and writes one frame; false when U's write falls short.
 bool DecodeAndWriteFrame(const DecodeCommand& command, DecodeSession* s) {
-  BandPlane planes[2]{};
-  const uint32_t count = BandPlanes(command, *s, planes);
-  if (count == 0) {
+  FrameRun run{};
+  run.command = &command;
+  run.session = s;
+  run.bands = MakeFrameBands(command, *s, s->threads);
+  if (run.bands.planeCount == 0) {
     if (command.planeFormat == PlaneFormat::kRgb565) {
       DecodeZpakFrameRgb565(s->context, s->config);
     } else {
@@ -295,41 +547,26 @@ bool DecodeAndWriteFrame(const DecodeCommand& command, DecodeSession* s) {
     }
     return WriteFrame(command, *s);
   }
-  for (uint32_t i = 0; i < count; ++i) {
-    // Only U checks its writes; the row writes of G and B go unchecked.
-    if (!WritePlaneInBands(command, s, planes[i]) && command.planeFormat == PlaneFormat::kNv12) {
-      return false;
-    }
-  }
-  return true;
+  std::fill(s->ringBands.begin(), s->ringBands.end(), 0);
+  api::RunJobs(s->pool, run.bands.total, DecodeBandJob, &run);
+  return !run.failed;
 }
 
 // The commands read their frames piece by piece from a regular file: the
 // metadata planes, then for each band just the data bytes its tiles are
-// fetched from, always into the same small part of the frame buffer. The
-// frame buffer's pages are then not all touched (the kernel clears every
-// fresh page before a read can fill it), and each band's bytes are decoded
-// while they are still in cache.
+// fetched from, always into the same small buffer of the thread that decodes
+// it. The frame buffer's pages are then not all touched (the kernel clears
+// every fresh page before a read can fill it), and each band's bytes are
+// decoded while they are still in cache.
 // Only frames that lie whole in the file are read so; the rest take the
 // whole-frame read, whose failure ends the loop as before.
 bool CanReadPieceByPiece(const DecodeCommand& command, DecodeSession* s) {
-  if (s->geometry.frameSize == 0) return false;
-  struct stat info {};
-  if (fstat(fileno(s->input), &info) != 0 || !S_ISREG(info.st_mode)) return false;
-  FillDecodeConfig(s->config, command.planeFormat, s->geometry, s->width, s->height,
-                   s->frameBuffer, s->outputBuffer);
-  BandPlane planes[2]{};
-  const uint32_t count = BandPlanes(command, *s, planes);
-  if (count == 0) return false;
-  for (uint32_t i = 0; i < count; ++i) {
-    const uint64_t step = BandTileRows(planes[i]);
-    for (uint64_t tr = 0; tr < planes[i].tileRows; tr += step) {
-      const TileRowBand band{planes[i].plane, tr, std::min(step, planes[i].tileRows - tr)};
-      BandWindow window{};
-      if (!BandWindowOf(command, *s, band, &window)) return false;
-    }
-  }
-  return true;
+  if (s->geometry.frameSize == 0 || !IsRegularFile(s->input)) return false;
+  FillFrameConfig(command, s);
+  uint64_t largest = 0;
+  // The other workers' buffers were sized for the largest window; worker 0
+  // reads into the frame buffer, whose room BandWindowOf checks.
+  return LargestBandWindow(command, *s, s->context, s->threads, &largest);
 }
 
 // Reads the next frame, whole or (from a regular file) its metadata planes

@@ -5,7 +5,9 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <vector>
 
+#include "api/worker_pool.h"
 #include "surface/plane_geometry.h"
 #include "surface/zpak_context.h"
 
@@ -20,6 +22,13 @@ struct DecodeCommand {
   // B leaves an output behind (created if missing, never emptied) even when
   // its input cannot be opened.
   bool openOutputWithInput;
+};
+
+// What one thread decodes a band with: a codec context (its address tables
+// are its own) and the buffer a band's data bytes are read into.
+struct BandWorker {
+  ZpakContext* context;
+  uint8_t* window;
 };
 
 // Everything a command obtains, released in one place.
@@ -38,6 +47,18 @@ struct DecodeSession {
   bool pieceByPiece;  // frames may be read piece by piece (see ReadNextFrame)
   bool pieceFrame;    // the current frame is being read piece by piece
   long frameStart;    // where the current frame starts in the input
+  // Threads (see PrepareBandThreads). With one, the band is decoded into the
+  // start of outputBuffer and its data read into the frame buffer after the
+  // first metadata plane, by `context`.
+  uint32_t threads;
+  std::vector<BandWorker> workers;  // one per thread; worker 0 is `context` and the frame buffer
+  uint8_t* ring;                    // ringSlots band buffers of slotBytes (in outputBuffer
+  bool ringOwned;                   // unless it did not fit there)
+  uint32_t ringSlots;
+  uint64_t slotBytes;
+  std::vector<uint64_t> ringBands;  // per slot: 1 + the band decoded there in this frame, or 0
+  uint8_t* windows;  // workers' data buffers, when they do not fit in the frame buffer
+  api::WorkerPool* pool;            // with threads - 1 workers
 };
 
 // Reads the next frame of the input: whole, or from a regular file (when
@@ -46,8 +67,18 @@ struct DecodeSession {
 bool ReadNextFrame(const DecodeCommand& command, DecodeSession* s);
 
 // Whether the command's frames can be read piece by piece; the descriptor
-// is filled for the frame buffer on the way.
+// is filled for the frame buffer on the way. Call PrepareBandThreads first.
 bool CanReadPieceByPiece(const DecodeCommand& command, DecodeSession* s);
+
+// Decides the threads a frame's bands are shared out to (the command's
+// setting, one when a frame has a single band or is decoded whole) and
+// obtains what they need: a context and a data buffer each, a ring of band
+// buffers and the workers. Falls back to one thread, silently, when any of
+// it cannot be had.
+void PrepareBandThreads(const DecodeCommand& command, DecodeSession* s, uint32_t threads);
+
+// Stops the workers and releases what PrepareBandThreads obtained.
+void ReleaseBandThreads(DecodeSession* s);
 
 // Decodes the frame just read and writes its rows as the command lays them
 // out; false when U's write falls short.
