@@ -150,16 +150,18 @@ void DecodeBandJob(void* argument, uint32_t worker, uint64_t index) {
 
 struct EncodeRun {
   pelcast_codec* codec;
-  const pelcast_image* image;
+  const pelcast_image* image;  // null: encode the staged frame as it is
   uint8_t* zpak;
   uint64_t zpakBytes;
   BandList bands;
+  uint8_t fill;       // what ClearJob writes
+  bool clearSlots;    // the encoder clears the slot bytes its tiles leave
 };
 
 void ClearJob(void* argument, uint32_t, uint64_t index) {
   const EncodeRun& run = *static_cast<const EncodeRun*>(argument);
   const uint64_t start = index * kClearBytes;
-  std::memset(run.zpak + start, 0, std::min(kClearBytes, run.zpakBytes - start));
+  std::memset(run.zpak + start, run.fill, std::min(kClearBytes, run.zpakBytes - start));
 }
 
 // Splits interleaved U,V pairs into the U and V rows of the staging planes.
@@ -198,14 +200,88 @@ void EncodeBandJob(void* argument, uint32_t worker, uint64_t index) {
   const FrameLayout& layout = run.codec->layout;
   ThreadState& state = run.codec->threads[worker];
   const Band band = BandAt(run.bands, index);
-  StageBand(*run.codec, *run.image, band);
-  const ZpakConfig config = EncodeConfigOf(layout, run.codec->staging, run.zpak);
+  if (run.image != nullptr) StageBand(*run.codec, *run.image, band);
+  ZpakConfig config = EncodeConfigOf(layout, run.codec->staging, run.zpak);
+  config.clearUnusedSlotBytes = run.clearSlots ? 1 : 0;
   const TileRowBand rows{band.plane->plane, band.first, band.count};
   if (IsRgb565(layout)) {
     EncodeZpakFrameRgb565Band(state.context, &config, rows);
   } else {
     EncodeZpakFrameBand(state.context, &config, rows);
   }
+}
+
+// Fills the whole frame with `fill` (shared out in pieces), then encodes the
+// staged frame (restaged from the run's image when it has one).
+void FillAndEncode(EncodeRun* run, uint8_t fill) {
+  run->fill = fill;
+  RunJobs(&run->codec->pool, CeilDiv(run->zpakBytes, kClearBytes), ClearJob, run);
+  RunJobs(&run->codec->pool, run->bands.total, EncodeBandJob, run);
+}
+
+// Runs of at least this many stored bytes separate two unstored runs;
+// shorter ones are cleared with them (the encode that follows rewrites them).
+constexpr uint64_t kRunGap = 256;
+
+void AddRun(std::vector<ByteRun>* runs, uint64_t offset, uint64_t bytes) {
+  if (!runs->empty() && offset - (runs->back().offset + runs->back().bytes) < kRunGap) {
+    runs->back().bytes = offset + bytes - runs->back().offset;
+  } else {
+    runs->push_back(ByteRun{offset, bytes});
+  }
+}
+
+// The first byte of [at, end) that is not `fill`, or end; eight at a time.
+uint64_t SkipFill(const uint8_t* frame, uint64_t at, uint64_t end, uint8_t fill) {
+  constexpr uint64_t kWord = sizeof(uint64_t);
+  const uint64_t pattern = 0x0101010101010101ull * fill;
+  for (uint64_t word; at + kWord <= end; at += kWord) {
+    std::memcpy(&word, frame + at, kWord);
+    if (word != pattern) break;
+  }
+  while (at < end && frame[at] == fill) ++at;
+  return at;
+}
+
+// The runs of bytes of `frame` equal to `fill`, within `within` (null: the
+// whole frame).
+std::vector<ByteRun> RunsOf(const uint8_t* frame, uint64_t frameBytes, uint8_t fill,
+                            const std::vector<ByteRun>* within) {
+  const std::vector<ByteRun> whole{ByteRun{0, frameBytes}};
+  std::vector<ByteRun> runs;
+  for (const ByteRun& span : within != nullptr ? *within : whole) {
+    const uint64_t end = span.offset + span.bytes;
+    for (uint64_t at = span.offset; at < end;) {
+      const void* found = std::memchr(frame + at, fill, end - at);
+      if (found == nullptr) break;
+      at = static_cast<uint64_t>(static_cast<const uint8_t*>(found) - frame);
+      const uint64_t stop = SkipFill(frame, at, end, fill);
+      AddRun(&runs, at, stop - at);
+      at = stop;
+    }
+  }
+  return runs;
+}
+
+// Finds the bytes of the frame no tile store reaches when the encoder clears
+// its slots: the metadata planes' padding, slots of no tile, the frame's
+// tail. The staged frame is encoded twice into the caller's buffer, filled
+// with 0xFF and then 0x00: a stored byte is the same both times (the same
+// frame), a byte never stored keeps the fill both times. What the frame holds
+// does not matter; every tile's store covers its whole slot whatever it is.
+bool FindUnstoredRuns(EncodeRun run) {
+  constexpr uint8_t kHigh = 0xFF;
+  run.image = nullptr;
+  run.clearSlots = true;
+  FillAndEncode(&run, kHigh);
+  try {
+    const std::vector<ByteRun> high = RunsOf(run.zpak, run.zpakBytes, kHigh, nullptr);
+    FillAndEncode(&run, 0);
+    run.codec->unstored = RunsOf(run.zpak, run.zpakBytes, 0, &high);
+  } catch (const std::bad_alloc&) {
+    return false;
+  }
+  return true;
 }
 
 uint64_t ContextFormatOf(const FrameLayout& layout) {
@@ -362,10 +438,17 @@ pelcast_status pelcast_codec_encode(pelcast_codec* codec, const pelcast_image* i
     if (codec->staging == nullptr) return PELCAST_ERROR_OUT_OF_MEMORY;
   }
   pelcast::api::EncodeRun run{codec, image, static_cast<uint8_t*>(zpak), frameBytes,
-                              pelcast::api::MakeBandList(*codec, true)};
-  pelcast::api::RunJobs(&codec->pool, pelcast::CeilDiv(frameBytes, pelcast::api::kClearBytes),
-                        pelcast::api::ClearJob, &run);
-  pelcast::api::RunJobs(&codec->pool, run.bands.total, pelcast::api::EncodeBandJob, &run);
+                              pelcast::api::MakeBandList(*codec, true), 0, false};
+  // A codec that encodes more than once learns which bytes no tile stores,
+  // and from then on clears only those.
+  if (codec->encodes++ == 1) codec->knowsUnstored = pelcast::api::FindUnstoredRuns(run);
+  if (codec->knowsUnstored) {
+    for (const pelcast::api::ByteRun& r : codec->unstored) std::memset(run.zpak + r.offset, 0, r.bytes);
+    run.clearSlots = true;
+    pelcast::api::RunJobs(&codec->pool, run.bands.total, pelcast::api::EncodeBandJob, &run);
+    return PELCAST_OK;
+  }
+  pelcast::api::FillAndEncode(&run, 0);
   return PELCAST_OK;
 }
 

@@ -19,6 +19,12 @@ struct ThreadState {
   uint8_t* band = nullptr;
 };
 
+// Bytes [offset, offset + bytes) of a frame.
+struct ByteRun {
+  uint64_t offset;
+  uint64_t bytes;
+};
+
 }  // namespace pelcast::api
 
 struct pelcast_codec {
@@ -29,6 +35,12 @@ struct pelcast_codec {
   std::vector<pelcast::api::ThreadState> threads;
   pelcast::api::WorkerPool pool;
   uint8_t* staging = nullptr;  // the encoder's aligned linear frame, made on the first encode
+  // The byte runs of a ZPAK frame that no tile store reaches (offset, bytes),
+  // found on the second encode; cleared before each later one instead of the
+  // whole frame.
+  std::vector<pelcast::api::ByteRun> unstored;
+  uint64_t encodes = 0;
+  bool knowsUnstored = false;
 };
 
 namespace pelcast::api {

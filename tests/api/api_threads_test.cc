@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <string>
 #include <thread>
 
 #include "tests/api/api_support.h"
@@ -126,6 +127,44 @@ TEST(ApiThreads, StridedImagesEncodeAndDecodeAsPackedOnes) {
     ASSERT_EQ(pelcast_codec_decode(codec, zpak.data(), zpak.size(), &out.image), PELCAST_OK);
     for (uint32_t i = 0; i < pelcast_plane_count(format); ++i) EXPECT_EQ(out.planes[i], expected.planes[i]);
     pelcast_codec_destroy(codec);
+  }
+}
+
+TEST(ApiThreads, ACodecReusedForManyFramesWritesEachAsAFreshCall) {
+  // One codec per format, size and thread count encodes five different
+  // frames in turn, each into a buffer full of some other byte (the codec
+  // learns on its second frame which bytes no tile stores, and from then on
+  // clears only those): every frame equals the one-shot call's, which
+  // starts from nothing.
+  struct Size {
+    uint32_t w, h;
+  };
+  const Size sizes[] = {{kW, kH}, {33, 17}, {250, 99}, {129, 64}};
+  const uint8_t fills[] = {0x00, 0xFF, 0xCD, 0x13, 0xFF};
+  for (pelcast_format format : kFormats) {
+    for (const Size& size : sizes) {
+      for (uint32_t threads : {1u, 3u}) {
+        pelcast_codec* codec = nullptr;
+        if (pelcast_codec_create(format, size.w, size.h, &codec) != PELCAST_OK) continue;  // 129 x 64 RGB565
+        pelcast_codec_set_threads(codec, threads);
+        for (uint32_t frame = 0; frame < 5; ++frame) {
+          SCOPED_TRACE(std::string(FormatName(format)) + " " + std::to_string(size.w) + "x" +
+                       std::to_string(size.h) + ", " + std::to_string(threads) + " threads, frame " +
+                       std::to_string(frame));
+          // Noise and smooth frames in turn, so short tiles follow raw ones.
+          Bytes linear = MakeFrame(format, size.w, size.h, frame);
+          if (frame % 2 == 1) {
+            for (size_t i = 0; i < linear.size(); ++i) linear[i] = static_cast<uint8_t>(i / 1000);
+          }
+          pelcast_image image;
+          pelcast_image_init_packed(&image, format, size.w, size.h, linear.data(), linear.size());
+          Bytes zpak(pelcast_zpak_frame_size(format, size.w, size.h), fills[frame]);
+          ASSERT_EQ(pelcast_codec_encode(codec, &image, zpak.data(), zpak.size()), PELCAST_OK);
+          EXPECT_EQ(zpak, Encode(format, size.w, size.h, linear));
+        }
+        pelcast_codec_destroy(codec);
+      }
+    }
   }
 }
 
