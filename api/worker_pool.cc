@@ -1,13 +1,45 @@
 #include "api/worker_pool.h"
 
+#include <chrono>
 #include <exception>
 
 #if defined(__linux__)
 #include <sched.h>
 #endif
+#if defined(__x86_64__)
+#include <immintrin.h>
+#endif
 
 namespace pelcast::api {
 namespace {
+
+// How long a thread waits actively (for the next run, or for the workers
+// to finish one) before it sleeps.
+constexpr auto kSpinTime = std::chrono::microseconds(50);
+// Checks of the condition between two readings of the clock.
+constexpr uint32_t kChecksPerClockReading = 32;
+
+// A hint to the processor that this is a wait loop.
+inline void Relax() {
+#if defined(__x86_64__)
+  _mm_pause();
+#elif defined(__aarch64__)
+  asm volatile("yield");
+#endif
+}
+
+// Waits actively for `done()` for up to kSpinTime; returns whether it came.
+template <typename Done>
+bool SpinFor(Done done) {
+  const auto until = std::chrono::steady_clock::now() + kSpinTime;
+  for (;;) {
+    for (uint32_t i = 0; i < kChecksPerClockReading; ++i) {
+      if (done()) return true;
+      Relax();
+    }
+    if (std::chrono::steady_clock::now() >= until) return done();
+  }
+}
 
 void TakeJobs(WorkerPool* pool, uint32_t worker) {
   for (;;) {
@@ -17,18 +49,29 @@ void TakeJobs(WorkerPool* pool, uint32_t worker) {
   }
 }
 
+// Waits for a run after `seen` (false when the pool stops instead).
+bool AwaitRun(WorkerPool* pool, uint64_t seen) {
+  if (SpinFor([&] { return pool->generation.load(std::memory_order_acquire) != seen; })) return true;
+  std::unique_lock<std::mutex> lock(pool->mutex);
+  ++pool->sleeping;
+  pool->wake.wait(lock, [&] {
+    return pool->stopping || pool->generation.load(std::memory_order_acquire) != seen;
+  });
+  --pool->sleeping;
+  return !pool->stopping;
+}
+
 void WorkerLoop(WorkerPool* pool, uint32_t worker) {
   uint64_t seen = 0;
-  for (;;) {
-    {
-      std::unique_lock<std::mutex> lock(pool->mutex);
-      pool->wake.wait(lock, [&] { return pool->stopping || pool->generation != seen; });
-      if (pool->stopping) return;
-      seen = pool->generation;
-    }
+  while (AwaitRun(pool, seen)) {
+    seen = pool->generation.load(std::memory_order_acquire);
     TakeJobs(pool, worker);
-    std::lock_guard<std::mutex> lock(pool->mutex);
-    if (--pool->busy == 0) pool->idle.notify_one();
+    if (pool->busy.fetch_sub(1, std::memory_order_acq_rel) == 1) {
+      // Under the mutex, so the caller cannot miss it between its check and
+      // its sleep.
+      std::lock_guard<std::mutex> lock(pool->mutex);
+      pool->idle.notify_one();
+    }
   }
 }
 
@@ -62,19 +105,23 @@ void RunJobs(WorkerPool* pool, uint64_t count, PoolJob job, void* argument) {
     for (uint64_t i = 0; i < count; ++i) job(argument, 0, i);
     return;
   }
+  // Every worker has left the previous run (busy reached 0), so none reads
+  // these while they change.
+  pool->job = job;
+  pool->argument = argument;
+  pool->jobCount = count;
+  pool->next.store(0, std::memory_order_relaxed);
+  pool->busy.store(static_cast<uint32_t>(pool->threads.size()), std::memory_order_relaxed);
   {
     std::lock_guard<std::mutex> lock(pool->mutex);
-    pool->job = job;
-    pool->argument = argument;
-    pool->jobCount = count;
-    pool->next.store(0, std::memory_order_relaxed);
-    pool->busy = static_cast<uint32_t>(pool->threads.size());
-    ++pool->generation;
+    pool->generation.fetch_add(1, std::memory_order_release);
+    if (pool->sleeping != 0) pool->wake.notify_all();
   }
-  pool->wake.notify_all();
   TakeJobs(pool, 0);
+  const auto finished = [&] { return pool->busy.load(std::memory_order_acquire) == 0; };
+  if (SpinFor(finished)) return;
   std::unique_lock<std::mutex> lock(pool->mutex);
-  pool->idle.wait(lock, [&] { return pool->busy == 0; });
+  pool->idle.wait(lock, finished);
 }
 
 uint32_t AvailableProcessors() {

@@ -2,6 +2,13 @@
 // at a time. Jobs are numbered; every thread (the caller's included) takes
 // the next number until none is left, so bands of unequal cost balance
 // themselves.
+//
+// A worker that has finished its part of a run waits a little while
+// actively for the next run before it sleeps, and the caller waits the same
+// way for the workers to finish: frames handed over one after another then
+// start and end without the operating system's wake-ups, which cost tens of
+// microseconds each, a tenth of a frame that decodes in a quarter of a
+// millisecond.
 #pragma once
 
 #include <atomic>
@@ -19,10 +26,11 @@ using PoolJob = void (*)(void* argument, uint32_t worker, uint64_t index);
 struct WorkerPool {
   std::mutex mutex;
   std::condition_variable wake;  // a run starts, or the pool stops
-  std::condition_variable idle;  // a worker finished its part of a run
+  std::condition_variable idle;  // the last worker finished its part of a run
   std::vector<std::thread> threads;
-  uint64_t generation = 0;  // counts runs, so a worker joins each run once
-  uint32_t busy = 0;        // workers still in the current run
+  std::atomic<uint64_t> generation{0};  // counts runs, so a worker joins each run once
+  std::atomic<uint32_t> busy{0};        // workers still in the current run
+  uint32_t sleeping = 0;                // workers waiting on `wake` (under the mutex)
   bool stopping = false;
   PoolJob job = nullptr;
   void* argument = nullptr;
