@@ -56,7 +56,52 @@ uint64_t Rgb565SlotLinear(uint64_t row, uint64_t column, uint64_t macroTilesPerR
   return kTileSlotOrder[index] + 2 * kSlotsPerMacroTile * ((row / 4) * macroTilesPerRow + column / 8);
 }
 
-uint64_t SlotOf(const TileGridLayout& layout, uint64_t row, uint64_t column) {
+// The bank swizzle of one surface: the address bits it flips (64: none) and
+// the bits of the tile's y origin that flip the upper two. The divisibility
+// tests that choose the bits depend on the surface only, so they are done
+// once for a whole table rather than for every tile.
+struct BankSwizzle {
+  uint64_t lowBit;   // flipped by y bit 3 xor x bit 5
+  uint64_t midBit;   // flipped by y bit midY
+  uint64_t highBit;  // flipped by y bit highY
+  uint64_t midY;
+  uint64_t highY;
+};
+
+constexpr uint64_t kNoBit = 64;
+
+BankSwizzle MakeBankSwizzle(uint64_t macroTilesPerRow, uint64_t surfaceFormat, uint64_t bypass,
+                            uint64_t bankBit) {
+  const bool narrow = surfaceFormat == kSurfaceNv12 && bypass == 0;
+  uint64_t bandBytes = 0;  // other formats: every divisibility test below succeeds
+  if (bypass != 0) {
+    bandBytes = macroTilesPerRow * kMacroTileBytes;
+  } else if (surfaceFormat == 0 || surfaceFormat == 1) {
+    bandBytes = macroTilesPerRow * (kMacroTileBytes / 2);
+  } else if (surfaceFormat == 2 || surfaceFormat == 3) {
+    bandBytes = macroTilesPerRow * kMacroTileBytes;
+  }
+  constexpr int64_t kLowestSwizzledBit = 12;
+  BankSwizzle s{kNoBit, kNoBit, kNoBit, narrow ? 5u : 4u, narrow ? 6u : 5u};
+  if (IsMultipleOf(bandBytes, SwizzlePower(bankBit - 1)) &&
+      static_cast<int64_t>(bankBit - 2) >= kLowestSwizzledBit && !narrow) {
+    s.lowBit = bankBit - 2;
+  }
+  if (IsMultipleOf(bandBytes, SwizzlePower(bankBit))) s.midBit = bankBit - 1;
+  if (IsMultipleOf(bandBytes, SwizzlePower(bankBit + 1))) s.highBit = bankBit;
+  return s;
+}
+
+uint64_t ApplyBankSwizzle(const BankSwizzle& s, uint64_t macroTile, uint64_t x, uint64_t y) {
+  uint64_t address = macroTile * kMacroTileBytes;
+  address = FlipBit(address, s.lowBit, BitOf(y, 3) ^ BitOf(x, 5));
+  address = FlipBit(address, s.midBit, BitOf(y, s.midY));
+  address = FlipBit(address, s.highBit, BitOf(y, s.highY));
+  return address / kMacroTileBytes;
+}
+
+uint64_t SlotOf(const TileGridLayout& layout, const BankSwizzle& swizzle, uint64_t row,
+                uint64_t column) {
   const uint64_t m = layout.macroTilesPerRow;
   if (layout.rule == SlotRule::kRgb565Banked) {
     return layout.swizzleEnable != 0 ? Rgb565SlotSwizzled(row, column, m, layout.bankBit)
@@ -64,8 +109,7 @@ uint64_t SlotOf(const TileGridLayout& layout, uint64_t row, uint64_t column) {
   }
   uint64_t macroTile = (row / 4) * m + column / 4;
   if (layout.swizzleEnable != 0) {
-    macroTile = SwizzleMacroTile(macroTile, layout.tileStepX * column, layout.tileStepY * row, m,
-                                 layout.surfaceFormat, layout.bypass, layout.bankBit);
+    macroTile = ApplyBankSwizzle(swizzle, macroTile, layout.tileStepX * column, layout.tileStepY * row);
   }
   return kSlotsPerMacroTile * macroTile + kTileSlotOrder[4 * (row % 4) + column % 4];
 }
@@ -78,28 +122,8 @@ bool SameLayout(const TileGridLayout& a, const TileGridLayout& b) {
 
 uint64_t SwizzleMacroTile(uint64_t macroTile, uint64_t x, uint64_t y, uint64_t macroTilesPerRow,
                           uint64_t surfaceFormat, uint64_t bypass, uint64_t bankBit) {
-  const bool narrow = surfaceFormat == kSurfaceNv12 && bypass == 0;
-  uint64_t bandBytes = 0;  // other formats: every divisibility test below succeeds
-  if (bypass != 0) {
-    bandBytes = macroTilesPerRow * kMacroTileBytes;
-  } else if (surfaceFormat == 0 || surfaceFormat == 1) {
-    bandBytes = macroTilesPerRow * (kMacroTileBytes / 2);
-  } else if (surfaceFormat == 2 || surfaceFormat == 3) {
-    bandBytes = macroTilesPerRow * kMacroTileBytes;
-  }
-  uint64_t address = macroTile * kMacroTileBytes;
-  constexpr int64_t kLowestSwizzledBit = 12;
-  if (IsMultipleOf(bandBytes, SwizzlePower(bankBit - 1)) &&
-      static_cast<int64_t>(bankBit - 2) >= kLowestSwizzledBit && !narrow) {
-    address = FlipBit(address, bankBit - 2, BitOf(y, 3) ^ BitOf(x, 5));
-  }
-  if (IsMultipleOf(bandBytes, SwizzlePower(bankBit))) {
-    address = FlipBit(address, bankBit - 1, BitOf(y, narrow ? 5 : 4));
-  }
-  if (IsMultipleOf(bandBytes, SwizzlePower(bankBit + 1))) {
-    address = FlipBit(address, bankBit, BitOf(y, narrow ? 6 : 5));
-  }
-  return address / kMacroTileBytes;
+  return ApplyBankSwizzle(MakeBankSwizzle(macroTilesPerRow, surfaceFormat, bypass, bankBit),
+                          macroTile, x, y);
 }
 
 TileGridLayout MakeTileGridLayout(SlotRule rule, uint64_t planeWidth, uint64_t planeHeight,
@@ -142,9 +166,13 @@ bool PrepareTileAddressTables(TileAddressTables* tables, const TileGridLayout& l
     tables->slotCapacity = tables->slots != nullptr ? entries : 0;
     if (tables->slots == nullptr) return false;
   }
+  const BankSwizzle swizzle =
+      MakeBankSwizzle(layout.macroTilesPerRow, layout.surfaceFormat, layout.bypass, layout.bankBit);
   for (uint64_t row = 0; row < layout.tileRows; ++row) {
     uint64_t* out = tables->slots + row * columns;
-    for (uint64_t column = 0; column < columns; ++column) out[column] = SlotOf(layout, row, column);
+    for (uint64_t column = 0; column < columns; ++column) {
+      out[column] = SlotOf(layout, swizzle, row, column);
+    }
   }
   tables->slotColumns = columns;
   tables->metaColumns = kMetaTileSide * layout.metaTilesPerRow;
