@@ -125,8 +125,7 @@ bool Convert(const DecodeCommand& command, DecodeSession* s) {
                 static_cast<void*>(s->frameBuffer), static_cast<void*>(s->outputBuffer));
     return false;
   }
-  PrepareBandThreads(command, s, CommandThreads());
-  s->pieceByPiece = CanReadPieceByPiece(command, s);
+  PrepareBands(command, s, CommandThreads());
   return DecodeFrames(command, s);
 }
 
@@ -140,7 +139,7 @@ void RunDecodeCommand(const DecodeCommand& command, const char* inputPath, const
   s.width = width;
   s.height = height;
   const bool succeeded = OpenFiles(command, &s) && Convert(command, &s);
-  ReleaseBandThreads(&s);
+  ReleaseBands(&s);
   ReleaseZeroed(s.frameBuffer);
   ReleaseZeroed(s.outputBuffer);
   ReleaseZpakContext(s.context);

@@ -203,15 +203,14 @@ uint64_t ReadAt(int fd, uint8_t* to, uint64_t bytes, uint64_t at) {
   return got;
 }
 
-// Reads the data bytes a band's tiles are fetched from into the worker's
-// buffer, and decodes the band from there. A read that comes up short (the
-// file shrank under the command) leaves the rest reading as zeros.
+// Reads the data bytes band `index`'s tiles are fetched from into the
+// worker's buffer, and decodes the band from there. A read that comes up
+// short (the file shrank under the command) leaves the rest reading as zeros.
 void DecodeBandPieceByPiece(const DecodeCommand& command, const DecodeSession& s,
                             const BandWorker& worker, const ZpakConfig& config,
-                            const TileRowBand& band) {
+                            const TileRowBand& band, uint64_t index) {
   const PlanePieces pieces = PiecesOf(command, s.geometry, band.plane);
-  BandWindow window{};
-  if (!BandWindowOf(command, s, worker.context, band, &window)) return;
+  BandWindow window = s.bandWindows[index];
   uint64_t got = 0;
   if (window.dataEnd > window.dataFirst) {
     got = ReadAt(fileno(s.input), worker.window, window.dataEnd - window.dataFirst,
@@ -379,7 +378,7 @@ void DecodeBandJob(void* argument, uint32_t worker, uint64_t index) {
   config.linearY = slot;
   const BandWorker& w = s.workers[worker];
   if (s.pieceFrame) {
-    DecodeBandPieceByPiece(command, s, w, config, band.rows);
+    DecodeBandPieceByPiece(command, s, w, config, band.rows, index);
   } else if (command.planeFormat == PlaneFormat::kRgb565) {
     DecodeZpakFrameRgb565Band(w.context, &config, band.rows);
   } else {
@@ -415,23 +414,14 @@ bool ReadMetadataPlanes(const DecodeCommand& command, DecodeSession* s, long at)
   return true;
 }
 
-void FillFrameConfig(const DecodeCommand& command, DecodeSession* s) {
-  FillDecodeConfig(s->config, command.planeFormat, s->geometry, s->width, s->height,
-                   s->frameBuffer, s->outputBuffer);
-}
-
-// The largest data window of the frame's bands split for `threads`, as
-// `context` names them; false when some band cannot be read piece by piece
-// (or the frame is decoded whole). The descriptor must be filled.
-bool LargestBandWindow(const DecodeCommand& command, const DecodeSession& s, ZpakContext* context,
-                       uint32_t threads, uint64_t* largest) {
-  const FrameBands bands = MakeFrameBands(command, s, threads);
-  if (bands.planeCount == 0) return false;
-  *largest = 0;
+// The data window of every band of `bands`, as `context` names them (which
+// builds its tables); false when some band cannot be read piece by piece.
+bool FindBandWindows(const DecodeCommand& command, DecodeSession* s, const FrameBands& bands) {
+  s->bandWindows.assign(bands.total, BandWindow{});
   for (uint64_t i = 0; i < bands.total; ++i) {
-    BandWindow window{};
-    if (!BandWindowOf(command, s, context, BandAt(bands, i).rows, &window)) return false;
-    *largest = std::max(*largest, window.dataEnd - window.dataFirst);
+    if (!BandWindowOf(command, *s, s->context, BandAt(bands, i).rows, &s->bandWindows[i])) {
+      return false;
+    }
   }
   return true;
 }
@@ -462,25 +452,19 @@ uint64_t WindowRoom(const DecodeCommand& command, const DecodeSession& s) {
   return room;
 }
 
-// Obtains the buffers and contexts of `threads` threads for bands split as
-// for them; false (with everything released) when some cannot be had. Where
-// they fit, the ring lies at the start of the output buffer and the threads'
-// data windows one after the other after the frame buffer's first metadata
-// plane, parts of those buffers that piece-by-piece decoding leaves unused
-// and whose first pages are touched anyway.
-bool ObtainThreadBuffers(const DecodeCommand& command, DecodeSession* s, uint32_t threads) {
-  const FrameBands bands = MakeFrameBands(command, *s, threads);
+// Obtains the buffers and contexts of s->threads threads for `bands`; false
+// when some cannot be had. Where they fit, the ring lies at the start of the
+// output buffer and the threads' data windows one after the other after the
+// frame buffer's first metadata plane, parts of those buffers that
+// piece-by-piece decoding leaves unused and whose first pages are touched
+// anyway.
+bool ObtainThreadBuffers(const DecodeCommand& command, DecodeSession* s, const FrameBands& bands,
+                         uint64_t windowBytes) {
+  const uint32_t threads = s->threads;
   uint64_t slotBytes = 0;
   for (uint32_t i = 0; i < bands.planeCount; ++i) {
     slotBytes = std::max(slotBytes, bands.step[i] * bands.planes[i].rowsPerTile * bands.planes[i].pitch);
   }
-  // Also builds the tables of `context`, which the other threads borrow.
-  uint64_t windowBytes = 0;
-  if (!LargestBandWindow(command, *s, s->context, threads, &windowBytes) ||
-      !IsRegularFile(s->input)) {
-    windowBytes = 0;
-  }
-  s->threads = threads;
   s->ringSlots = kRingSlotsPerThread * threads;
   s->slotBytes = slotBytes;
   s->ringBands.assign(s->ringSlots, 0);
@@ -498,32 +482,47 @@ bool ObtainThreadBuffers(const DecodeCommand& command, DecodeSession* s, uint32_
       ConfigureZpakContext(context, ContextFormatOf(command.planeFormat));
       BorrowTileAddressTables(&context->addressTables, s->context->addressTables);
     }
-    uint8_t* window = windowsFit           ? room + t * windowBytes
+    uint8_t* window = windowsFit              ? room + t * windowBytes
                       : s->windows != nullptr ? s->windows + (t - 1) * windowBytes
                                               : nullptr;
     s->workers[t] = BandWorker{context, window};
     obtained = obtained && context != nullptr;
   }
-  if (!obtained) ReleaseBandThreads(s);
   return obtained;
 }
 
 }  // namespace
 
-void PrepareBandThreads(const DecodeCommand& command, DecodeSession* s, uint32_t threads) {
+void PrepareBands(const DecodeCommand& command, DecodeSession* s, uint32_t threads) {
   UseOneThread(s);
-  if (threads <= 1 || s->geometry.frameSize == 0) return;
-  FillFrameConfig(command, s);
-  // A frame of one band (or decoded whole) keeps to one thread.
-  if (MakeFrameBands(command, *s, threads).total <= 1) return;
-  // The workers first: the bands are cut for the threads there are.
-  threads = 1 + api::StartWorkers(s->pool, threads - 1);
-  if (threads <= 1 || !ObtainThreadBuffers(command, s, threads)) {
-    ReleaseBandThreads(s);
+  s->pieceByPiece = false;
+  if (s->geometry.frameSize == 0) return;
+  FillDecodeConfig(s->config, command.planeFormat, s->geometry, s->width, s->height,
+                   s->frameBuffer, s->outputBuffer);
+  // A frame of one band (or decoded whole) keeps to one thread; the workers
+  // are started first, as the bands are cut for the threads there are.
+  if (threads > 1 && MakeFrameBands(command, *s, threads).total > 1) {
+    s->threads = 1 + api::StartWorkers(s->pool, threads - 1);
+  }
+  const FrameBands bands = MakeFrameBands(command, *s, s->threads);
+  if (bands.planeCount == 0) return;
+  // Built once: the windows follow from the geometry alone. They also build
+  // the tables the other threads borrow.
+  const bool windows = FindBandWindows(command, s, bands);
+  s->pieceByPiece = windows && IsRegularFile(s->input);
+  uint64_t windowBytes = 0;
+  if (s->pieceByPiece) {
+    for (const BandWindow& w : s->bandWindows) windowBytes = std::max(windowBytes, w.dataEnd - w.dataFirst);
+  }
+  if (s->threads > 1 && !ObtainThreadBuffers(command, s, bands, windowBytes)) {
+    // Without them, one thread; the windows of its bands instead.
+    const bool pieceByPiece = s->pieceByPiece;
+    ReleaseBands(s);
+    s->pieceByPiece = pieceByPiece && FindBandWindows(command, s, MakeFrameBands(command, *s, 1));
   }
 }
 
-void ReleaseBandThreads(DecodeSession* s) {
+void ReleaseBands(DecodeSession* s) {
   if (s->pool != nullptr) api::StopWorkers(s->pool);
   for (size_t t = 1; t < s->workers.size(); ++t) ReleaseZpakContext(s->workers[t].context);
   if (s->ringOwned) ReleaseZeroed(s->ring);
@@ -550,23 +549,6 @@ bool DecodeAndWriteFrame(const DecodeCommand& command, DecodeSession* s) {
   std::fill(s->ringBands.begin(), s->ringBands.end(), 0);
   api::RunJobs(s->pool, run.bands.total, DecodeBandJob, &run);
   return !run.failed;
-}
-
-// The commands read their frames piece by piece from a regular file: the
-// metadata planes, then for each band just the data bytes its tiles are
-// fetched from, always into the same small buffer of the thread that decodes
-// it. The frame buffer's pages are then not all touched (the kernel clears
-// every fresh page before a read can fill it), and each band's bytes are
-// decoded while they are still in cache.
-// Only frames that lie whole in the file are read so; the rest take the
-// whole-frame read, whose failure ends the loop as before.
-bool CanReadPieceByPiece(const DecodeCommand& command, DecodeSession* s) {
-  if (s->geometry.frameSize == 0 || !IsRegularFile(s->input)) return false;
-  FillFrameConfig(command, s);
-  uint64_t largest = 0;
-  // The other workers' buffers were sized for the largest window; worker 0
-  // reads into the frame buffer, whose room BandWindowOf checks.
-  return LargestBandWindow(command, *s, s->context, s->threads, &largest);
 }
 
 // Reads the next frame, whole or (from a regular file) its metadata planes

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "api/worker_pool.h"
+#include "decoder/frame_decoder.h"
 #include "surface/plane_geometry.h"
 #include "surface/zpak_context.h"
 
@@ -47,7 +48,7 @@ struct DecodeSession {
   bool pieceByPiece;  // frames may be read piece by piece (see ReadNextFrame)
   bool pieceFrame;    // the current frame is being read piece by piece
   long frameStart;    // where the current frame starts in the input
-  // Threads (see PrepareBandThreads). With one, the band is decoded into the
+  // Threads (see PrepareBands). With one, the band is decoded into the
   // start of outputBuffer and its data read into the frame buffer after the
   // first metadata plane, by `context`.
   uint32_t threads;
@@ -57,6 +58,7 @@ struct DecodeSession {
   uint32_t ringSlots;
   uint64_t slotBytes;
   std::vector<uint64_t> ringBands;  // per slot: 1 + the band decoded there in this frame, or 0
+  std::vector<BandWindow> bandWindows;  // per band, when frames are read piece by piece
   uint8_t* windows;  // workers' data buffers, when they do not fit in the frame buffer
   api::WorkerPool* pool;            // with threads - 1 workers
 };
@@ -66,22 +68,20 @@ struct DecodeSession {
 // band as DecodeAndWriteFrame decodes. False when no whole frame is left.
 bool ReadNextFrame(const DecodeCommand& command, DecodeSession* s);
 
-// Whether the command's frames can be read piece by piece; the descriptor
-// is filled for the frame buffer on the way. Call PrepareBandThreads first.
-bool CanReadPieceByPiece(const DecodeCommand& command, DecodeSession* s);
-
-// Decides the threads a frame's bands are shared out to (the command's
-// setting, one when a frame has a single band or is decoded whole) and
-// obtains what they need: a context and a data buffer each, a ring of band
-// buffers and the workers. Falls back to one thread, silently, when any of
-// it cannot be had.
-void PrepareBandThreads(const DecodeCommand& command, DecodeSession* s, uint32_t threads);
-
-// Stops the workers and releases what PrepareBandThreads obtained.
-void ReleaseBandThreads(DecodeSession* s);
-
 // Decodes the frame just read and writes its rows as the command lays them
 // out; false when U's write falls short.
 bool DecodeAndWriteFrame(const DecodeCommand& command, DecodeSession* s);
+
+// Decides how the command's frames are decoded: the threads a frame's bands
+// are shared out to (the command's setting; one when a frame has a single
+// band or is decoded whole, or when what the threads need cannot be had),
+// the buffers and contexts they use, and whether frames are read piece by
+// piece (from a regular file, when every band's data fits in the room left
+// for it; each band's data window is worked out here once). Fills the
+// descriptor for the frame buffer on the way.
+void PrepareBands(const DecodeCommand& command, DecodeSession* s, uint32_t threads);
+
+// Stops the workers and releases what PrepareBands obtained.
+void ReleaseBands(DecodeSession* s);
 
 }  // namespace pelcast::decode_detail
