@@ -15,7 +15,7 @@ namespace {
 
 // How long a thread waits actively (for the next run, or for the workers
 // to finish one) before it sleeps.
-constexpr auto kSpinTime = std::chrono::microseconds(50);
+constexpr auto kSpinTime = std::chrono::microseconds(200);
 // Checks of the condition between two readings of the clock.
 constexpr uint32_t kChecksPerClockReading = 32;
 
@@ -51,14 +51,17 @@ void TakeJobs(WorkerPool* pool, uint32_t worker) {
 
 // Waits for a run after `seen` (false when the pool stops instead).
 bool AwaitRun(WorkerPool* pool, uint64_t seen) {
-  if (SpinFor([&] { return pool->generation.load(std::memory_order_acquire) != seen; })) return true;
-  std::unique_lock<std::mutex> lock(pool->mutex);
-  ++pool->sleeping;
-  pool->wake.wait(lock, [&] {
-    return pool->stopping || pool->generation.load(std::memory_order_acquire) != seen;
-  });
-  --pool->sleeping;
-  return !pool->stopping;
+  const auto due = [&] {
+    return pool->stopping.load(std::memory_order_acquire) ||
+           pool->generation.load(std::memory_order_acquire) != seen;
+  };
+  if (!SpinFor(due)) {
+    std::unique_lock<std::mutex> lock(pool->mutex);
+    ++pool->sleeping;
+    pool->wake.wait(lock, due);
+    --pool->sleeping;
+  }
+  return !pool->stopping.load(std::memory_order_acquire);
 }
 
 void WorkerLoop(WorkerPool* pool, uint32_t worker) {
@@ -92,12 +95,12 @@ uint32_t StartWorkers(WorkerPool* pool, uint32_t workers) {
 void StopWorkers(WorkerPool* pool) {
   {
     std::lock_guard<std::mutex> lock(pool->mutex);
-    pool->stopping = true;
+    pool->stopping.store(true, std::memory_order_release);
   }
   pool->wake.notify_all();
   for (std::thread& thread : pool->threads) thread.join();
   pool->threads.clear();
-  pool->stopping = false;
+  pool->stopping.store(false, std::memory_order_relaxed);
 }
 
 void RunJobs(WorkerPool* pool, uint64_t count, PoolJob job, void* argument) {

@@ -3,7 +3,7 @@
 // the next number until none is left, so bands of unequal cost balance
 // themselves.
 //
-// A worker that has finished its part of a run waits a little while
+// A worker that has finished its part of a run waits a little while (0.2 ms)
 // actively for the next run before it sleeps, and the caller waits the same
 // way for the workers to finish: frames handed over one after another then
 // start and end without the operating system's wake-ups, which cost tens of
@@ -31,7 +31,7 @@ struct WorkerPool {
   std::atomic<uint64_t> generation{0};  // counts runs, so a worker joins each run once
   std::atomic<uint32_t> busy{0};        // workers still in the current run
   uint32_t sleeping = 0;                // workers waiting on `wake` (under the mutex)
-  bool stopping = false;
+  std::atomic<bool> stopping{false};
   PoolJob job = nullptr;
   void* argument = nullptr;
   uint64_t jobCount = 0;
