@@ -2,6 +2,8 @@
 
 #include <chrono>
 #include <exception>
+#include <memory>
+#include <new>
 
 #if defined(__linux__)
 #include <sched.h>
@@ -78,14 +80,69 @@ void WorkerLoop(WorkerPool* pool, uint32_t worker) {
   }
 }
 
+#if defined(__GLIBC__)
+// What a new worker starts with: its pool and number, and the processors it
+// may run on once it runs.
+struct WorkerStart {
+  WorkerPool* pool;
+  uint32_t worker;
+  cpu_set_t processors;
+  bool placed;  // it was started on other processors than these
+};
+
+void* WorkerMain(void* argument) {
+  const std::unique_ptr<WorkerStart> start(static_cast<WorkerStart*>(argument));
+  if (start->placed) sched_setaffinity(0, sizeof start->processors, &start->processors);
+  WorkerLoop(start->pool, start->worker);
+  return nullptr;
+}
+
+// Starts worker `worker` on the processors of `processors` other than
+// `current`; false when the system refuses.
+bool StartWorker(WorkerPool* pool, uint32_t worker, const cpu_set_t& processors, int current,
+                 bool known) {
+  auto* start = new (std::nothrow) WorkerStart{pool, worker, processors, false};
+  if (start == nullptr) return false;
+  pthread_attr_t attributes;
+  if (pthread_attr_init(&attributes) != 0) {
+    delete start;
+    return false;
+  }
+  cpu_set_t others = processors;
+  if (known && current >= 0 && current < CPU_SETSIZE) CPU_CLR(current, &others);
+  if (known && CPU_COUNT(&others) > 0 &&
+      pthread_attr_setaffinity_np(&attributes, sizeof others, &others) == 0) {
+    start->placed = true;
+  }
+  pthread_t thread;
+  const bool started = pthread_create(&thread, &attributes, WorkerMain, start) == 0;
+  pthread_attr_destroy(&attributes);
+  if (!started) {
+    delete start;
+    return false;
+  }
+  pool->threads.push_back(thread);
+  return true;
+}
+#endif
+
 }  // namespace
 
 uint32_t StartWorkers(WorkerPool* pool, uint32_t workers) {
   try {
     pool->threads.reserve(workers);
+#if defined(__GLIBC__)
+    cpu_set_t processors;
+    const bool known = sched_getaffinity(0, sizeof processors, &processors) == 0;
+    const int current = sched_getcpu();
+    for (uint32_t i = 0; i < workers; ++i) {
+      if (!StartWorker(pool, i + 1, processors, current, known)) break;
+    }
+#else
     for (uint32_t i = 0; i < workers; ++i) {
       pool->threads.emplace_back(WorkerLoop, pool, i + 1);
     }
+#endif
   } catch (const std::exception&) {
     // Threads the system would not start: the others share the work.
   }
@@ -98,7 +155,11 @@ void StopWorkers(WorkerPool* pool) {
     pool->stopping.store(true, std::memory_order_release);
   }
   pool->wake.notify_all();
+#if defined(__GLIBC__)
+  for (pthread_t thread : pool->threads) pthread_join(thread, nullptr);
+#else
   for (std::thread& thread : pool->threads) thread.join();
+#endif
   pool->threads.clear();
   pool->stopping.store(false, std::memory_order_relaxed);
 }

@@ -18,16 +18,29 @@
 #include <thread>
 #include <vector>
 
+#if defined(__GLIBC__)
+#include <pthread.h>
+#endif
+
 namespace pelcast::api {
 
 // A job: `index` of the current run, on thread `worker` (0 is the caller).
 using PoolJob = void (*)(void* argument, uint32_t worker, uint64_t index);
 
+// A worker thread. With the GNU C library, workers are started as POSIX
+// threads placed away from the starting thread's processor (see
+// StartWorkers).
+#if defined(__GLIBC__)
+using WorkerThread = pthread_t;
+#else
+using WorkerThread = std::thread;
+#endif
+
 struct WorkerPool {
   std::mutex mutex;
   std::condition_variable wake;  // a run starts, or the pool stops
   std::condition_variable idle;  // the last worker finished its part of a run
-  std::vector<std::thread> threads;
+  std::vector<WorkerThread> threads;
   std::atomic<uint64_t> generation{0};  // counts runs, so a worker joins each run once
   std::atomic<uint32_t> busy{0};        // workers still in the current run
   uint32_t sleeping = 0;                // workers waiting on `wake` (under the mutex)
@@ -39,7 +52,11 @@ struct WorkerPool {
 };
 
 // Starts `workers` threads besides the caller's; returns how many could be
-// started (fewer when the system refuses more).
+// started (fewer when the system refuses more). A new thread is first
+// allowed only the processors other than the one the caller runs on, then
+// (once running) all of them again: left to itself, the system often queues
+// a new thread behind its busy starter for a few milliseconds, longer than
+// a frame takes.
 uint32_t StartWorkers(WorkerPool* pool, uint32_t workers);
 
 // Stops and joins every worker.
