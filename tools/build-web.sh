@@ -21,7 +21,10 @@ export NODE_PATH=/usr/share/nodejs${NODE_PATH:+:$NODE_PATH}
 
 cmake_dir=build/web-cmake
 emcmake cmake -S . -B "$cmake_dir" -G Ninja -DCMAKE_BUILD_TYPE="$build_type" \
-  -DPELCAST_BUILD_TESTS=OFF -Wno-dev >/dev/null
+  -DPELCAST_BUILD_TESTS=OFF -Wno-dev >/dev/null 2>&1 || {
+  echo "build-web: configuring the Emscripten build failed; rerun: emcmake cmake -S . -B $cmake_dir" >&2
+  exit 1
+}
 cmake --build "$cmake_dir" --target pelcast-viewer -j"$(nproc)"
 
 out=build/web
