@@ -173,8 +173,8 @@ void ComparePlane(pelcast_format format, const PlaneView& v, const uint8_t* a, c
 constexpr Rgb kOutline = {230, 0, 230};
 constexpr uint32_t kFullHeatDifference = 64;
 
-void FillRect(uint8_t* rgba, uint32_t width, uint32_t height, uint32_t x0, uint32_t y0,
-              uint32_t w, uint32_t h, Rgb colour) {
+void FillRect(uint8_t* rgba, uint32_t width, uint32_t height, uint32_t x0, uint32_t y0, uint32_t w,
+              uint32_t h, Rgb colour) {
   const uint32_t x1 = std::min(width, x0 + w), y1 = std::min(height, y0 + h);
   for (uint32_t y = y0; y < y1; ++y) {
     for (uint32_t x = x0; x < x1; ++x) {
@@ -197,8 +197,8 @@ uint32_t PixelDifference(pelcast_format format, const std::vector<PlaneView>& pl
                          const uint8_t* a, const uint8_t* b, uint32_t x, uint32_t y) {
   uint32_t largest = 0;
   for (const PlaneView& v : planes) {
-    largest = std::max(largest,
-                       ElementDifference(format, v, a, b, x / v.pixelScale, y / v.pixelScale));
+    largest =
+        std::max(largest, ElementDifference(format, v, a, b, x / v.pixelScale, y / v.pixelScale));
   }
   return largest;
 }
@@ -395,8 +395,8 @@ std::string CompareJson(const std::vector<PlaneDifference>& planes, size_t maxTi
   const bool identical = std::all_of(planes.begin(), planes.end(), [](const PlaneDifference& p) {
     return p.differingSamples == 0;
   });
-  std::string out = identical ? "{\"identical\": true, \"planes\": ["
-                              : "{\"identical\": false, \"planes\": [";
+  std::string out =
+      identical ? "{\"identical\": true, \"planes\": [" : "{\"identical\": false, \"planes\": [";
   for (size_t i = 0; i < planes.size(); ++i) {
     const PlaneDifference& p = planes[i];
     out += i == 0 ? "{\"plane\": \"" : ", {\"plane\": \"";
@@ -443,8 +443,7 @@ void DrawDifference(pelcast_format format, uint32_t width, uint32_t height, cons
         continue;
       }
       PutRgb(out + at, 255,
-             static_cast<uint8_t>(std::min(d, kFullHeatDifference) * 255 / kFullHeatDifference),
-             0);
+             static_cast<uint8_t>(std::min(d, kFullHeatDifference) * 255 / kFullHeatDifference), 0);
     }
   }
   const std::vector<PlaneDifference> differences = CompareFrames(format, width, height, a, b);

@@ -32,7 +32,7 @@ struct PlaneView {
   uint32_t tileHeight;    // rows a tile covers
   uint32_t tileColumns;   // tiles across (the API's grid)
   uint32_t tileRows;
-  uint32_t pixelScale;    // picture pixels an element covers across and down
+  uint32_t pixelScale;  // picture pixels an element covers across and down
 };
 
 // The planes of `format` at width x height; empty for a size the API refuses.
@@ -72,9 +72,9 @@ inline constexpr int kTileClassCount = 7;
 struct Rgb {
   uint8_t r, g, b;
 };
-inline constexpr Rgb kClassColours[kTileClassCount] = {
-    {40, 110, 255}, {0, 200, 90}, {250, 220, 0}, {255, 130, 0},
-    {230, 20, 20},  {220, 0, 220}, {0, 230, 230}};
+inline constexpr Rgb kClassColours[kTileClassCount] = {{40, 110, 255}, {0, 200, 90},  {250, 220, 0},
+                                                       {255, 130, 0},  {230, 20, 20}, {220, 0, 220},
+                                                       {0, 230, 230}};
 TileClass ClassOfTile(const pelcast_tile_info& tile);
 
 // The cost map of one plane: `picture` (RGBA, width x height) dimmed to grey

@@ -30,10 +30,10 @@ struct Viewer {
   uint32_t height = 0;
   pelcast_codec* codec = nullptr;  // null for a linear file
   uint32_t planes = 0;
-  std::vector<uint8_t> zpak;       // one ZPAK frame (empty for a linear file)
-  std::vector<uint8_t> packed;     // the packed linear frame
-  std::vector<uint8_t> picture;    // RGBA, width x height
-  std::vector<uint8_t> overlay;    // RGBA, width x height
+  std::vector<uint8_t> zpak;     // one ZPAK frame (empty for a linear file)
+  std::vector<uint8_t> packed;   // the packed linear frame
+  std::vector<uint8_t> picture;  // RGBA, width x height
+  std::vector<uint8_t> overlay;  // RGBA, width x height
   pelcast_tile_grid grids[kMaxPlanes] = {};
   std::vector<pelcast_tile_info> tiles[kMaxPlanes];
   pelcast_plane_stats stats[kMaxPlanes] = {};
@@ -71,8 +71,8 @@ bool MakeBuffers(Viewer* v, bool zpak) {
 }
 
 void Render(Viewer* v) {
-  pelcast::web::FrameToRgba(v->format, v->width, v->height, v->packed.data(), v->matrix,
-                            v->opaque, v->picture.data());
+  pelcast::web::FrameToRgba(v->format, v->width, v->height, v->packed.data(), v->matrix, v->opaque,
+                            v->picture.data());
 }
 
 pelcast_status DescribeTiles(Viewer* v) {
@@ -102,9 +102,8 @@ pelcast_status Decode(Viewer* v) {
 
 // Copies up to `count` bytes at `offset` of the file being identified into
 // `out`; the page keeps the file's bytes (Module.pelcastReadFile).
-EM_JS(double, ReadIdentifiedFile, (double offset, double count, uint8_t* out), {
-  return Module.pelcastReadFile(offset, count, out);
-});
+EM_JS(double, ReadIdentifiedFile, (double offset, double count, uint8_t* out),
+      { return Module.pelcastReadFile(offset, count, out); });
 
 extern "C" {
 
@@ -224,17 +223,17 @@ EMSCRIPTEN_KEEPALIVE const char* pv_compare_json(Viewer* a, Viewer* b, uint32_t 
   if (a->format != b->format || a->width != b->width || a->height != b->height) {
     return Keep("null");
   }
-  return Keep(pelcast::web::CompareJson(
-      pelcast::web::CompareFrames(a->format, a->width, a->height, a->packed.data(),
-                                  b->packed.data()),
-      maxTiles));
+  return Keep(
+      pelcast::web::CompareJson(pelcast::web::CompareFrames(a->format, a->width, a->height,
+                                                            a->packed.data(), b->packed.data()),
+                                maxTiles));
 }
 
 // The difference picture of `a` against `b` into a's overlay.
 EMSCRIPTEN_KEEPALIVE uint8_t* pv_difference(Viewer* a, Viewer* b) {
   if (a->format != b->format || a->width != b->width || a->height != b->height) return nullptr;
-  pelcast::web::DrawDifference(a->format, a->width, a->height, a->packed.data(),
-                               b->packed.data(), a->picture.data(), a->overlay.data());
+  pelcast::web::DrawDifference(a->format, a->width, a->height, a->packed.data(), b->packed.data(),
+                               a->picture.data(), a->overlay.data());
   return a->overlay.data();
 }
 
@@ -262,8 +261,8 @@ EMSCRIPTEN_KEEPALIVE const char* pv_name_hints(const char* name) {
   }
   out += "], \"formats\": [";
   for (size_t i = 0; i < hints.formats.size(); ++i) {
-    out += (i == 0 ? "\"" : ", \"") + std::string(pelcast::web::FormatName(hints.formats[i])) +
-           "\"";
+    out +=
+        (i == 0 ? "\"" : ", \"") + std::string(pelcast::web::FormatName(hints.formats[i])) + "\"";
   }
   return Keep(out + "]}");
 }
