@@ -2,7 +2,8 @@
 # Installs what a fresh Debian 12 machine lacks to build and test pelcast:
 # the compilers and build tools, GoogleTest (prebuilt for the host and as
 # sources for cross builds), Google Benchmark, clang for the fuzz targets, and
-# for the arm64 stage the aarch64 cross compiler and the user-mode emulator.
+# for the arm64 stage the aarch64 cross compiler and the user-mode emulator,
+# and for the browser viewer Emscripten, chromium, node and npm.
 # Prints nothing and touches nothing when everything is already there; runs
 # `apt-get update` once, and only when something has to be installed.
 set -euo pipefail
@@ -12,6 +13,7 @@ packages=(
   googletest libgtest-dev libbenchmark-dev libpng-dev
   clang libclang-rt-14-dev
   g++-aarch64-linux-gnu qemu-user
+  emscripten chromium
 )
 
 installed() {
@@ -22,6 +24,10 @@ missing=()
 for package in "${packages[@]}"; do
   installed "$package" || missing+=("$package")
 done
+# The browser viewer's tests run under node with npm; a node installed from
+# elsewhere (with its own npm) serves as well as Debian's.
+command -v node >/dev/null || installed nodejs || missing+=(nodejs)
+command -v npm >/dev/null || installed npm || missing+=(npm)
 [ ${#missing[@]} -eq 0 ] && exit 0
 
 # CI runs as root; a developer's own machine may need sudo.
