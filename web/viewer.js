@@ -675,6 +675,18 @@
     ctx.restore();
   }
 
+  function labelPanel(ctx, panel) {
+    const ratio = window.devicePixelRatio || 1;
+    const text = `${panel.side === a ? 'A' : 'B'}: ${panel.side.name} (${panel.side.kind})`;
+    ctx.font = `${12 * ratio}px system-ui, sans-serif`;
+    const padding = 4 * ratio;
+    const boxWidth = ctx.measureText(text).width + 2 * padding;
+    ctx.fillStyle = 'rgba(16, 17, 20, 0.75)';
+    ctx.fillRect(panel.x + padding, padding, boxWidth, 18 * ratio);
+    ctx.fillStyle = '#d8dbe0';
+    ctx.fillText(text, panel.x + 2 * padding, padding + 13 * ratio);
+  }
+
   let drawPending = false;
   function draw() {
     if (drawPending) return;
@@ -701,6 +713,7 @@
     if (panels(width).length === 2) {
       ctx.fillStyle = '#5aa0ff';
       ctx.fillRect(Math.floor(width / 2) - 1, 0, 2, height);
+      for (const panel of panels(width)) labelPanel(ctx, panel);
     }
     el('zoom-label').textContent = `${(view.scale * 100).toFixed(view.scale < 0.1 ? 1 : 0)} %`;
   }
@@ -899,7 +912,8 @@
     // Resolves when every load, decode and redraw asked for so far is done.
     idle: async () => {
       await idle();
-      await new Promise((resolve) => requestAnimationFrame(() => resolve()));
+      // Hidden pages get no animation frames: there the drawing waits.
+      if (document.visibilityState === 'visible') await new Promise((resolve) => requestAnimationFrame(() => resolve()));
     },
     stats: () => a.stats,
     identify: () => state.identify,

@@ -38,14 +38,14 @@ export function freshWorkDir() {
   fs.mkdirSync(screenshotDir, { recursive: true });
 }
 
-function run(program, args) {
+export function run(program, args) {
   return execFileSync(program, args, { cwd: workDir, encoding: 'utf8', maxBuffer: 64 << 20 });
 }
 
 // Encodes a linear file to ZPAK: pelcast N or H, or the helper for RGB565
 // (no pelcast command encodes it).
 export function encode(format, width, height, linearPath, zpakName) {
-  const out = path.join(workDir, zpakName);
+  const out = path.resolve(workDir, zpakName);
   const command = FORMAT_COMMANDS[format].encode;
   if (command) run(pelcast, [command, linearPath, out, String(width), String(height)]);
   else run(helper, ['encode', format, String(width), String(height), linearPath, out]);
