@@ -20,7 +20,9 @@
   // identify's best candidate below this score is no evidence of a ZPAK file.
   const POOR_SCORE = 0.5;
   const CANDIDATES_SHOWN = 6;
+  // Differing tiles the compare figures list, and the panel shows, per plane.
   const LISTED_TILES = 256;
+  const TILES_SHOWN = 24;
 
   // pelcast_tile_info: u32 data_offset, u32 metadata_offset, u16 stream_bits,
   // u8 metadata, u8 units, u8 flags, 3 reserved.
@@ -472,8 +474,9 @@
       ]);
       row.dataset.plane = p.plane;
       if (p.tiles.length) {
-        const more = p.differing_tiles > p.tiles_listed ? ' ...' : '';
-        lines.push(`${p.plane}: ${p.tiles.map(([c, r]) => `(${c},${r})`).join(' ')}${more}`);
+        const shown = p.tiles.slice(0, TILES_SHOWN);
+        const more = p.differing_tiles > shown.length ? ` and ${p.differing_tiles - shown.length} more` : '';
+        lines.push(`${p.plane}: ${shown.map(([c, r]) => `(${c},${r})`).join(' ')}${more}`);
       }
     }
     tiles.textContent = state.compare.identical ? `frame ${state.frame}: identical`

@@ -4,7 +4,11 @@
 // pelcastViewer.benchmarkDecode, the native library through
 // pelcast-web-helper time-decode). MB/s counts the linear frame written.
 //
-//   node web/bench/decode-speed.mjs [RUNS]      (tools/web-bench.sh builds first)
+//   node web/bench/decode-speed.mjs [RUNS [ROUNDS]]   (tools/web-bench.sh builds first)
+//
+// Each round times the native library, then the page, back to back; the
+// report gives the medians and the median of the rounds' page/native ratios
+// (the machine's load drifts less within a round than across the run).
 //
 // The frames are the project's corpus (PELCAST_CORPUS_DIR, by default
 // ../shared/corpus beside the source tree). Without it the frames are
@@ -16,7 +20,7 @@ import {
 } from '../test/support.mjs';
 
 const runs = Number(process.argv[2] || 30);
-const rounds = 3;
+const rounds = Number(process.argv[3] || 5);
 const width = 1920;
 const height = 1080;
 const corpus = process.env.PELCAST_CORPUS_DIR || path.resolve(root, '../shared/corpus');
@@ -81,13 +85,18 @@ try {
     }
     if (errors.length) throw new Error(errors.join('\n'));
     await page.close();
-    rows.push({ format: f.format, source, native: median(native), page: median(wasm), nativeAll: native, pageAll: wasm });
+    rows.push({
+      format: f.format, source, native: median(native), page: median(wasm), nativeAll: native, pageAll: wasm,
+      ratio: median(wasm.map((w, i) => w / native[i])),
+    });
   }
 } finally {
   await session.close();
 }
 
-console.log(`decode of one 1920x1080 frame, ${runs} runs x ${rounds} rounds, median MB/s of linear frame (one thread)`);
+console.log(`decode of one 1920x1080 frame, ${runs} runs x ${rounds} rounds, median MB/s of linear frame written, one thread;`
+  + ' page/native: median of the rounds\' ratios');
 for (const r of rows) {
-  console.log(`${r.format.padEnd(9)} native ${r.native.toFixed(0).padStart(6)}  page ${r.page.toFixed(0).padStart(6)}  page/native ${(r.page / r.native).toFixed(2)}   [native ${r.nativeAll.map((v) => v.toFixed(0)).join(', ')}; page ${r.pageAll.map((v) => v.toFixed(0)).join(', ')}]  ${r.source}`);
+  console.log(`${r.format.padEnd(9)} native ${r.native.toFixed(0).padStart(6)}  page ${r.page.toFixed(0).padStart(6)}  page/native ${r.ratio.toFixed(2)}`
+    + `   [native ${r.nativeAll.map((v) => v.toFixed(0)).join(', ')}; page ${r.pageAll.map((v) => v.toFixed(0)).join(', ')}]  ${r.source}`);
 }

@@ -8,8 +8,8 @@ import fs from 'node:fs';
 import path from 'node:path';
 import { after, before, describe, test } from 'node:test';
 import {
-  decodeWithCommand, encode, expectedSamples, freshWorkDir, idle, launch, linearFrameBytes,
-  nativeTiles, openFile, openViewer, pixels, samplePoints, screenshot, setControl, testData, workDir,
+  decodeWithCommand, docImages, encode, expectedSamples, freshWorkDir, idle, launch, linearFrameBytes,
+  nativeTiles, openFile, openViewer, pixels, root, samplePoints, screenshot, setControl, testData, workDir,
 } from './support.mjs';
 
 // ZPAK files made from the committed frames. `name` is the file's name in the
@@ -41,7 +41,7 @@ const made = new Map(); // case name -> {zpak, decoded}
 
 function prepare(c) {
   if (made.has(c.name)) return made.get(c.name);
-  const zpak = encode(c.format, c.width, c.height, path.join(testData, c.source), c.name);
+  const zpak = encode(c.format, c.width, c.height, path.resolve(testData, c.source), c.name);
   const decoded = decodeWithCommand(c.format, c.width, c.height, zpak);
   const entry = { zpak, decoded };
   made.set(c.name, entry);
@@ -347,10 +347,10 @@ describe('frames', () => {
 // Y tiles are 32 x 8 samples, UV tiles 16 pairs x 8 rows.
 const CHANGED_TILES = [['y', 2, 3, 0x08], ['y', 7, 12, 0x03], ['uv', 5, 6, 0x04]];
 
-function changeTiles(bytes, width, height) {
+function changeTiles(bytes, width, height, changes = CHANGED_TILES) {
   const out = Buffer.from(bytes);
   const chroma = width * height;
-  for (const [plane, column, row, xor] of CHANGED_TILES) {
+  for (const [plane, column, row, xor] of changes) {
     for (let y = 0; y < 8; y++) {
       for (let x = 0; x < 32; x++) {
         // Every other sample, and the U of each pair only, in the chroma.
@@ -458,29 +458,77 @@ describe('compare', () => {
 
 // --- screenshots --------------------------------------------------------------------------
 
+// The documentation's pictures are of a real 1920x1080 frame when
+// PELCAST_DOC_SCREENSHOTS is set and the corpus is there
+// (PELCAST_CORPUS_DIR, by default ../shared/corpus): the rendered screen,
+// whose flat areas keep the PNGs small. Otherwise, and always in CI, of the
+// committed crops.
+function screenshotFrames() {
+  const corpus = process.env.PELCAST_CORPUS_DIR || path.resolve(root, '../shared/corpus');
+  const screen = path.join(corpus, 'screen-home-1920x1080.rgba');
+  if (!docImages || !fs.existsSync(screen)) {
+    return {
+      frame: ZPAK_CASES[1], tiles: { ...ZPAK_CASES[1], at: [72, 30] }, compare: ZPAK_CASES[0],
+      changes: CHANGED_TILES, changeTiles, changedAt: [2 * 32 + 2, 3 * 8 + 2],
+    };
+  }
+  const home = { source: screen, format: 'rgba8888', width: 1920, height: 1080, name: 'screen-home-1920x1080.zpak', frames: 1 };
+  // A block of 6 x 12 tiles (16 x 4 pixels each) with red and green changed.
+  const changes = [];
+  for (let column = 58; column < 64; column++) {
+    for (let row = 96; row < 108; row++) changes.push(['rgba', column, row, 0x30]);
+  }
+  const changeRgbaTiles = (bytes, width) => {
+    const out = Buffer.from(bytes);
+    for (const [, column, row, xor] of changes) {
+      for (let y = row * 4; y < row * 4 + 4; y++) {
+        for (let x = column * 16; x < column * 16 + 16; x++) {
+          out[(y * width + x) * 4] ^= xor;
+          out[(y * width + x) * 4 + 1] ^= xor;
+        }
+      }
+    }
+    return out;
+  };
+  return {
+    // The same spot as the committed crop's (72, 30): the crop was cut at (128, 556).
+    frame: home, tiles: { ...home, at: [200, 586] }, compare: home,
+    changes, changeTiles: changeRgbaTiles, changedAt: [61 * 16 + 4, 102 * 4 + 1],
+  };
+}
+
 describe('screenshots', () => {
   test('the page with a frame, zoomed to tile level, and comparing', async () => {
-    const c = ZPAK_CASES[1];
-    const { zpak } = prepare(c);
+    const frames = screenshotFrames();
     const { page, errors } = await newPage();
-    await openFile(page, zpak);
+    await openFile(page, prepare(frames.frame).zpak);
     const shots = [await screenshot(page, 'viewer-frame.png')];
 
+    const [x, y] = frames.tiles.at;
+    await openFile(page, prepare(frames.tiles).zpak);
     await setControl(page, 'grid', true);
     await setControl(page, 'mode', 'cost0');
-    const point = await page.evaluate(() => window.pelcastViewer.screenPoint(72, 30));
+    const point = await page.evaluate((px, py) => window.pelcastViewer.screenPoint(px, py), x, y);
     await page.mouse.move(point.x, point.y);
-    for (let i = 0; i < 8; i++) await page.mouse.wheel({ deltaY: -100 });
-    await hoverPixel(page, 72, 30);
+    const steps = Math.round(Math.log(24 / (await page.evaluate(() => window.pelcastViewer.view().scale))) / Math.log(1.25));
+    for (let i = 0; i < steps; i++) await page.mouse.wheel({ deltaY: -100 });
+    await hoverPixel(page, x, y);
     shots.push(await screenshot(page, 'viewer-tiles.png'));
 
     await setControl(page, 'mode', 'picture');
     await setControl(page, 'grid', false);
-    const bLinear = path.join(workDir, 'capture-b-256x144.nv12');
-    const a = prepare(ZPAK_CASES[0]);
-    await openFile(page, a.zpak);
-    await openFile(page, fs.existsSync(bLinear) ? bLinear : a.zpak, 'file2');
+    const c = frames.compare;
+    const original = fs.readFileSync(path.resolve(testData, c.source));
+    const changed = path.join(workDir, `changed-${c.width}x${c.height}.raw`);
+    fs.writeFileSync(changed, frames.changeTiles(original, c.width, c.height, frames.changes));
+    await openFile(page, prepare(c).zpak);
+    await openFile(page, encode(c.format, c.width, c.height, changed, `changed-${c.width}x${c.height}.zpak`), 'file2');
     await setControl(page, 'mode', 'difference');
+    const figures = await page.evaluate(() => window.pelcastViewer.compare());
+    assert.deepEqual(figures.planes.map((p) => p.differing_tiles),
+      figures.planes.map((p) => frames.changes.filter(([plane]) => plane === p.plane).length));
+    const info = await hoverPixel(page, ...frames.changedAt);
+    assert.notDeepEqual(info.a, info.b, `A and B differ under the pointer: ${JSON.stringify(info)}`);
     shots.push(await screenshot(page, 'viewer-compare.png'));
     for (const shot of shots) assert.ok(fs.statSync(shot).size > 10000, `${shot} holds a picture`);
     assert.deepEqual(errors, []);
