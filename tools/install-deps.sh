@@ -1,9 +1,11 @@
 #!/usr/bin/env bash
 # Installs what a fresh Debian 12 machine lacks to build and test pelcast:
 # the compilers and build tools, GoogleTest (prebuilt for the host and as
-# sources for cross builds), Google Benchmark, clang for the fuzz targets, and
+# sources for cross builds), Google Benchmark, clang for the fuzz targets,
 # for the arm64 stage the aarch64 cross compiler and the user-mode emulator,
-# and for the browser viewer Emscripten, chromium, node and npm.
+# for the Python package Debian's Python with its headers, venv, wheel,
+# pybind11, numpy, pytest and Pillow (the README's example), and for the
+# browser viewer Emscripten, chromium, node and npm.
 # Prints nothing and touches nothing when everything is already there; runs
 # `apt-get update` once, and only when something has to be installed.
 set -euo pipefail
@@ -13,6 +15,7 @@ packages=(
   googletest libgtest-dev libbenchmark-dev libpng-dev
   clang libclang-rt-14-dev
   g++-aarch64-linux-gnu qemu-user
+  python3-dev python3-venv python3-wheel python3-pybind11 python3-numpy python3-pytest python3-pil
   emscripten chromium
 )
 
