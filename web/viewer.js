@@ -53,7 +53,7 @@
   function newSide() {
     return {
       name: '', bytes: null, kind: 'zpak', viewer: 0, frameBytes: 0, frames: 0,
-      loaded: -1, decodeMs: 0, stats: null, picture: null, error: '',
+      loaded: -1, decodeMs: 0, stats: null, picture: null, error: '', display: null,
     };
   }
   const a = newSide();
@@ -184,6 +184,7 @@
   function releaseViewer(side) {
     if (side.viewer) M._pv_destroy(side.viewer);
     side.viewer = 0;
+    side.display = null;
     side.picture = null;
     side.stats = null;
     side.loaded = -1;
@@ -237,8 +238,12 @@
 
   function loadFrame() {
     const s = settings();
+    const display = [Number(el('matrix').value), el('opaque').checked ? 1 : 0];
     for (const side of [a, b]) {
-      if (side.viewer) M._pv_set_display(side.viewer, Number(el('matrix').value), el('opaque').checked ? 1 : 0);
+      if (side.viewer && String(side.display) !== String(display)) {
+        M._pv_set_display(side.viewer, ...display);
+        side.display = display;
+      }
       loadSide(side, state.frame);
     }
     state.compare = a.loaded >= 0 && b.loaded >= 0
@@ -547,8 +552,7 @@
   }
 
   function sampleText(format, values) {
-    const digits = format === 'rgb565' ? 2 : 2;
-    return SAMPLE_NAMES[format].map((name, i) => `${name} ${String(values[i]).padStart(3)} ${hex(values[i], digits)}`).join('  ');
+    return SAMPLE_NAMES[format].map((name, i) => `${name} ${String(values[i]).padStart(3)} ${hex(values[i], 2)}`).join('  ');
   }
 
   function showPointer() {
@@ -665,12 +669,13 @@
     ctx.beginPath();
     ctx.rect(panel.x, 0, panel.width, height);
     ctx.clip();
-    ctx.translate(panel.x + view.tx, view.ty);
-    ctx.scale(view.scale, view.scale);
+    // Transparent pixels show a checkerboard of fixed screen size.
     if (s.format === 'rgba8888' && !el('opaque').checked && picture === panel.side.picture) {
       ctx.fillStyle = checkerPattern(ctx);
-      ctx.fillRect(0, 0, s.width, s.height);
+      ctx.fillRect(panel.x + view.tx, view.ty, s.width * view.scale, s.height * view.scale);
     }
+    ctx.translate(panel.x + view.tx, view.ty);
+    ctx.scale(view.scale, view.scale);
     ctx.imageSmoothingEnabled = view.scale < 1;
     ctx.drawImage(picture, 0, 0);
     if (state.grid) drawGrid(ctx, s);
@@ -853,7 +858,8 @@
     el('zoom-fit').addEventListener('click', fitView);
     el('zoom-1').addEventListener('click', () => zoomCentre(1));
     window.addEventListener('keydown', (event) => {
-      if (event.target instanceof HTMLInputElement && event.target.type !== 'range') return;
+      const target = event.target;
+      if (target instanceof HTMLSelectElement || (target instanceof HTMLInputElement && target.type !== 'range')) return;
       const keys = {
         ArrowLeft: () => stepFrame(-1), ArrowRight: () => stepFrame(1), f: fitView,
         '+': () => zoomCentre(view.scale * ZOOM_STEP), '-': () => zoomCentre(view.scale / ZOOM_STEP),

@@ -180,6 +180,58 @@ describe('opening linear files', () => {
   });
 });
 
+// Limited-range YCbCr to RGB in floating point, rounded and clamped.
+const MATRICES = { 0: { rv: 1.792741, gu: 0.213249, gv: 0.532909, bu: 2.112402 }, 1: { rv: 1.596027, gu: 0.391762, gv: 0.812968, bu: 2.017232 } };
+function yuvToRgb([y, u, v], matrix) {
+  const m = MATRICES[matrix];
+  const l = 1.164383 * (y - 16);
+  const clamp = (x) => Math.max(0, Math.min(255, Math.round(x)));
+  return [clamp(l + m.rv * (v - 128)), clamp(l - m.gu * (u - 128) - m.gv * (v - 128)), clamp(l + m.bu * (u - 128))];
+}
+
+describe('the picture', () => {
+  test('NV12 is its samples through the chosen matrix', async () => {
+    const c = ZPAK_CASES[0];
+    const { zpak } = prepare(c);
+    const { page, errors } = await newPage();
+    await openFile(page, zpak);
+    const points = samplePoints(c.width, c.height, 40);
+    for (const matrix of [0, 1]) {
+      await setControl(page, 'matrix', matrix);
+      const samples = await pixels(page, points);
+      for (const [i, [x, y]] of points.entries()) {
+        const got = await canvasColour(page, x, y);
+        const want = yuvToRgb(samples[i], matrix);
+        got.forEach((value, k) => assert.ok(Math.abs(value - want[k]) <= 1, `matrix ${matrix} (${x}, ${y}): ${got} against ${want}`));
+      }
+    }
+    assert.deepEqual(errors, []);
+    await page.close();
+  });
+
+  test('RGBA8888 shows its alpha over a checkerboard, or ignores it', async () => {
+    // The player crop's video cut-out has alpha 0 (and, premultiplied, black).
+    const file = path.join(testData, 'screen-player-256x144.rgba');
+    const bytes = fs.readFileSync(file);
+    const { page, errors } = await newPage();
+    await openFile(page, file);
+    const index = Array.from({ length: 256 * 144 }, (_, i) => i).find((i) => bytes[i * 4 + 3] === 0);
+    assert.ok(index !== undefined, 'the crop has a transparent pixel');
+    const clear = [index % 256, Math.floor(index / 256)];
+    const opaque = [5, 5];
+    const stored = ([x, y]) => [...bytes.subarray((y * 256 + x) * 4, (y * 256 + x) * 4 + 4)];
+    assert.equal(stored(opaque)[3], 255);
+    const checker = await canvasColour(page, ...clear);
+    assert.ok([0x66, 0x99].includes(checker[0]) && checker[0] === checker[1] && checker[1] === checker[2], `checkerboard ${checker}`);
+    assert.deepEqual(await canvasColour(page, ...opaque), stored(opaque).slice(0, 3));
+    await setControl(page, 'opaque', true);
+    assert.deepEqual(await canvasColour(page, ...clear), stored(clear).slice(0, 3), 'alpha ignored');
+    assert.deepEqual(await page.evaluate((x, y) => window.pelcastViewer.pixel(x, y), ...clear), stored(clear), 'pixel() gives the stored alpha');
+    assert.deepEqual(errors, []);
+    await page.close();
+  });
+});
+
 async function canvasColour(page, x, y) {
   return page.evaluate((px, py) => {
     const canvas = document.getElementById('view');
