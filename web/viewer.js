@@ -44,6 +44,8 @@
   const MIN_GRID_SPACING = 4;
   const CHECKER = 8;
   const MEGA = 1e6;
+  // Larger pictures are not shown: each viewer keeps two RGBA copies.
+  const MAX_PICTURE_PIXELS = 8192 * 8192;
 
   const el = (id) => document.getElementById(id);
 
@@ -53,7 +55,7 @@
   function newSide() {
     return {
       name: '', bytes: null, kind: 'zpak', viewer: 0, frameBytes: 0, frames: 0,
-      loaded: -1, decodeMs: 0, stats: null, picture: null, error: '', display: null,
+      loaded: -1, decodeMs: 0, stats: null, picture: null, error: '', display: null, extra: 0,
     };
   }
   const a = newSide();
@@ -195,6 +197,17 @@
     releaseViewer(side);
     side.error = '';
     if (!side.bytes) return;
+    // A size that leaves no whole frame in the file (a typo, often) or whose
+    // pictures would not fit the module's memory is refused before anything
+    // is allocated.
+    const frameBytes = frameBytesOf(side.kind, s.format, s.width, s.height);
+    if (frameBytes > side.bytes.length || s.width * s.height > MAX_PICTURE_PIXELS) {
+      side.error = frameBytes > side.bytes.length
+        ? `${side.name} holds no whole ${side.kind} frame of ${s.format} ${s.width}x${s.height}` +
+          ` (${frameBytes} bytes a frame, ${side.bytes.length} in the file)`
+        : `${s.width}x${s.height} is too large to show here`;
+      return;
+    }
     side.viewer = M._pv_create(FORMAT_CODES[s.format], s.width, s.height, side.kind === 'zpak' ? 1 : 0);
     if (!side.viewer) {
       side.error = `${s.format} ${s.width}x${s.height} is not a size the library takes`;
@@ -202,10 +215,7 @@
     }
     side.frameBytes = M._pv_input_size(side.viewer);
     side.frames = Math.floor(side.bytes.length / side.frameBytes);
-    if (side.frames === 0) {
-      side.error = `${side.name} holds no whole ${side.kind} frame of ${s.format} ${s.width}x${s.height}` +
-        ` (${side.frameBytes} bytes a frame, ${side.bytes.length} in the file)`;
-    }
+    side.extra = side.bytes.length - side.frames * side.frameBytes;
   }
 
   function pictureCanvas(ptr, width, height) {
@@ -370,7 +380,10 @@
   function updatePanels(s) {
     const errors = [a.error, b.error].filter(Boolean);
     if (errors.length) setStatus(errors.join('; '), true);
-    else if (a.bytes) setStatus(`${a.name}: ${a.kind} ${s.format} ${s.width}x${s.height}, ${a.frames} frame(s)`);
+    else if (a.bytes) {
+      const extra = a.extra ? `, ${a.extra} bytes past the last whole frame` : '';
+      setStatus(`${a.name}: ${a.kind} ${s.format} ${s.width}x${s.height}, ${a.frames} frame(s)${extra}`);
+    }
     showDecodeTime(s);
     showStats();
     showCompare();

@@ -175,6 +175,12 @@ describe('opening linear files', () => {
         : want.slice(0, 3);
       assert.deepEqual(await canvasColour(page, 5, 7), rgb, `canvas after ${s.control} = ${s.value}`);
     }
+    // A size whose frame is larger than the file says so and shows nothing.
+    await setControl(page, 'height', 5000);
+    const info = await page.evaluate(() => window.pelcastViewer.frameInfo());
+    assert.deepEqual([info.height, info.frames], [5000, 0]);
+    assert.equal(await page.evaluate(() => window.pelcastViewer.pixel(0, 0)), null);
+    assert.match(await page.$eval('#status', (n) => n.textContent), /holds no whole linear frame of rgb565 128x5000/);
     assert.deepEqual(errors, []);
     await page.close();
   });
