@@ -28,14 +28,17 @@ constexpr DecodeCommand kRgb565Command{PlaneFormat::kRgb565,
 
 constexpr char kOpenFailed[] = "ERROR: Unable to open File %s\n";
 
+// B has always left an output file behind when its input could not be
+// opened; it still creates one where none was, but never empties one that
+// exists.
 bool OpenFiles(const DecodeCommand& command, DecodeSession* s) {
   s->input = OpenInput(s->inputPath);
-  if (command.openOutputWithInput) s->output = OpenOutput(s->outputPath, s->inputPath);
   if (s->input == nullptr) {
+    if (command.openOutputWithInput) CreateIfMissing(s->outputPath);
     std::printf(kOpenFailed, s->inputPath);
     return false;
   }
-  if (!command.openOutputWithInput) s->output = OpenOutput(s->outputPath, s->inputPath);
+  s->output = OpenOutput(s->outputPath, s->inputPath);
   if (s->output == nullptr) {
     std::printf(kOpenFailed, s->outputPath);
     return false;

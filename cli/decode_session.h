@@ -17,7 +17,8 @@ inline constexpr uint32_t kRgb565BytesPerPixel = 2;
 struct DecodeCommand {
   PlaneFormat planeFormat;
   const char* banner;
-  // B opens its output right after its input, before testing either.
+  // B leaves an output behind (created if missing, never emptied) even when
+  // its input cannot be opened.
   bool openOutputWithInput;
 };
 

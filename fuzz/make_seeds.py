@@ -160,6 +160,22 @@ def command_seeds(pelcast, rng):
     command_seed("G-no-numbers", "G", [], rgba, argc=4)
 
 
+def identify_seeds(pelcast):
+    """Settings byte, name length, name, then frames the commands encoded."""
+    rgba = run_pelcast(pelcast, "H", gradient(64 * 16 * 4), 64, 16)
+    nv12 = run_pelcast(pelcast, "N", gradient(64 * 32 * 3 // 2, 1), 64, 32)
+    odd = run_pelcast(pelcast, "N", gradient(33 * 9 + 34 * 5, 2), 33, 9)
+    cases = [
+        ("rgba", 0, b"ui_64x16_rgba.bin", rgba),
+        ("nv12-two", 0, b"cam.nv12", nv12 + nv12),
+        ("odd", 4, b"", odd),
+        ("nv12-only", 1, b"1080p.raw", nv12),
+        ("torn", 0, b"x", rgba + bytes(100)),
+    ]
+    for name, settings, filename, data in cases:
+        write("identify", name, bytes([settings, len(filename)]) + filename + data)
+
+
 def main():
     if len(sys.argv) != 2:
         sys.exit(__doc__)
@@ -169,6 +185,7 @@ def main():
     frame_seeds(pelcast, rng)
     encoder_seeds(rng)
     command_seeds(pelcast, rng)
+    identify_seeds(pelcast)
 
 
 if __name__ == "__main__":

@@ -1,6 +1,8 @@
 #include "io/file_io.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace pelcast {
 namespace {
@@ -40,6 +42,12 @@ FILE* OpenOutput(const char* path, const char* inputPath) {
   FILE* file = std::fopen(path, "wb");
   if (file != nullptr) std::setvbuf(file, nullptr, _IOFBF, kOutputBufferBytes);
   return file;
+}
+
+void CreateIfMissing(const char* path) {
+  constexpr mode_t kNewFileMode = 0666;  // as fopen creates files, less the umask
+  const int fd = open(path, O_WRONLY | O_CREAT, kNewFileMode);
+  if (fd >= 0) close(fd);
 }
 
 void CloseFile(FILE* file) {

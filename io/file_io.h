@@ -15,6 +15,11 @@ FILE* OpenInput(const char* path);
 // so a mistyped command line can never destroy its own input.
 FILE* OpenOutput(const char* path, const char* inputPath);
 
+// Creates `path` as an empty file when nothing is there; an existing file is
+// left as it is (never truncated). For commands whose input could not be
+// opened: they leave an output behind as before, without destroying one.
+void CreateIfMissing(const char* path);
+
 // Closes `file` when it is open.
 void CloseFile(FILE* file);
 

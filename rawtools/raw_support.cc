@@ -34,6 +34,10 @@ void CloseStream::operator()(std::FILE* file) const { CloseFile(file); }
 FilePair OpenInputAndOutput(const char* inputPath, const char* outputPath) {
   FilePair files;
   files.input.reset(OpenInput(inputPath));
+  if (files.input == nullptr) {
+    CreateIfMissing(outputPath);
+    return files;
+  }
   files.output.reset(OpenOutput(outputPath, inputPath));
   return files;
 }

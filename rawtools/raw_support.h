@@ -41,9 +41,10 @@ struct CloseStream {
 };
 using FileHandle = std::unique_ptr<std::FILE, CloseStream>;
 
-// Opens the input and the output of a one-input command: both are opened
-// before either is tested, so a missing input still leaves a created output.
-// The output is refused (left null, nothing truncated) when it names the input.
+// Opens the input and the output of a one-input command. When the input
+// cannot be opened the output is only created if missing (an existing one is
+// left untouched), as the commands have always left an output behind. The
+// output is refused (left null, nothing truncated) when it names the input.
 struct FilePair {
   FileHandle input;
   FileHandle output;

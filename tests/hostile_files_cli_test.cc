@@ -135,6 +135,23 @@ TEST(HostileFiles, InputsThatCannotBeRead) {
   }
 }
 
+TEST(HostileFiles, InputsThatCannotBeReadLeaveAnExistingOutputAlone) {
+  // The same transcript as without an output file, and the bytes already in
+  // the output stay as they were, for every command.
+  const Bytes precious = RandomBytes(777, 6);
+  for (const std::string input : {"missing", "sub", ""}) {
+    for (const CommandSetup& c : kCommandSetups) {
+      TempDir dir;
+      std::filesystem::create_directory(dir.File("sub"));
+      WriteFile(dir.File("out"), precious);
+      const RunResult r = RunTool(Args(c, input, "out"), dir.path());
+      EXPECT_EQ(r.output, OpenFailureText(c.letter, input)) << c.letter << " '" << input << "'";
+      EXPECT_EQ(r.exitStatus, 0);
+      EXPECT_EQ(ReadFile(dir.File("out")), precious) << c.letter << " '" << input << "'";
+    }
+  }
+}
+
 TEST(HostileFiles, UnreadableInput) {
   if (geteuid() == 0) GTEST_SKIP() << "permissions do not stop root from reading";
   for (const CommandSetup& c : kCommandSetups) {

@@ -31,14 +31,14 @@ echo "== PSNR of the round trip (identical frames give the peak value) =="
 "$bin/pelcast" S "$work/frame.i420" "$work/back.i420" "$W" "$H"
 
 "$bin/tools/pelcast-testframe" rgba "$W" "$H" "$work/frame.rgba"
-inspect=$bin/tools/inspect/pelcast-inspect
-cmake --build --preset release -j"$(nproc)" --target pelcast-inspect >/dev/null 2>&1 || true
+zpak=$bin/tools/zpak/zpak
+cmake --build --preset release -j"$(nproc)" --target zpak >/dev/null 2>&1 || true
 
 echo "== RGBA8888 -> ZPAK (H) -> RGBA8888 (G), ${W}x${H} =="
 "$bin/pelcast" H "$work/frame.rgba" "$work/rgba.zpak" "$W" "$H" | sed 's/^/  | /'
 "$bin/pelcast" G "$work/rgba.zpak" "$work/back.rgba" "$W" "$H" | tail -3 | sed 's/^/  | /'
 same "$work/back.rgba" "$work/frame.rgba" "G output against the original"
-if [ -x "$inspect" ]; then "$inspect" -q rgba8888 "$work/rgba.zpak" "$W" "$H" | tail -2; fi
+if [ -x "$zpak" ]; then "$zpak" info -q rgba8888 "$work/rgba.zpak" "$W" "$H" | tail -2; fi
 
 echo "== NV12 -> ZPAK (N) -> NV12 (U), ${W}x${H} =="
 # N has no normal end: it stops at the first short read of a luma row, saying
@@ -46,5 +46,5 @@ echo "== NV12 -> ZPAK (N) -> NV12 (U), ${W}x${H} =="
 "$bin/pelcast" N "$work/frame.nv12" "$work/nv12.zpak" "$W" "$H" | head -3 | sed 's/^/  | /'
 "$bin/pelcast" U "$work/nv12.zpak" "$work/back.nv12" "$W" "$H" | tail -3 | sed 's/^/  | /'
 same "$work/back.nv12" "$work/frame.nv12" "U output against the original"
-if [ -x "$inspect" ]; then "$inspect" -q nv12 "$work/nv12.zpak" "$W" "$H" | tail -4; fi
+if [ -x "$zpak" ]; then "$zpak" info -q nv12 "$work/nv12.zpak" "$W" "$H" | tail -4; fi
 echo "demo complete: every round trip was exact"

@@ -28,6 +28,7 @@ targets=(
   "encoder_roundtrip 8192"
   "command_line 20000 -malloc_limit_mb=4096 -handle_xfsz=0"
   "api 4096"
+  "identify 40000"
 )
 for entry in "${targets[@]}"; do
   read -r target max_len extra <<<"$entry"

@@ -2,7 +2,7 @@
 # The Python stage: installs the package python/ the way its README says, in
 # a virtual environment under build/ that sees Debian's python3-* packages
 # (numpy, pybind11, pytest, Pillow), offline, and runs its tests against the
-# release build's pelcast and pelcast-inspect (built first if missing).
+# release build's pelcast and zpak (built first if missing).
 # Debian's /usr/bin/python3 is used whatever `python3` the PATH finds.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -27,5 +27,5 @@ fi
 # From the repository's root, so that `import pelcast` finds the installed
 # package and not the sources in python/.
 PELCAST_BINARY=build/release/pelcast \
-PELCAST_INSPECT=build/release/tools/inspect/pelcast-inspect \
+PELCAST_ZPAK=build/release/tools/zpak/zpak \
   "$venv/bin/python" -m pytest -q -p no:cacheprovider python/tests

@@ -233,9 +233,11 @@ PELCAST_API pelcast_status pelcast_tile_grid_of(pelcast_format format, uint32_t 
  * or 31 for 1 to 4 units; RGB565 19, 23 and 31). The tile is still decoded
  * as a stream, as hardware would. */
 #define PELCAST_TILE_BAD_METADATA 2u
-/* The compressed stream reads bits past its stored units (decoding reads
- * zeros there, so the tile decodes, but hardware that wrote it that way
- * stored it wrongly). Never set for raw tiles or bad metadata. */
+/* The compressed stream reads bits past its stored units. Decoding still
+ * reads them (the rest of the tile's slot, zeros past the end of the frame),
+ * so the tile may even decode as intended, but a reader that fetches only
+ * the stored units would not have them: the tile was stored wrongly. Never
+ * set for raw tiles or bad metadata. */
 #define PELCAST_TILE_OVERRUN 4u
 
 /* How one tile is stored. */

@@ -69,6 +69,21 @@ TEST(Identify, TrueFormatAndSizeComeFirst) {
   }
 }
 
+TEST(Identify, CommittedFramesOfEverySizeAndFormat) {
+  // Real photographs and screens at sizes no list holds (odd ones too): the
+  // scan finds their layout and the encoder's zero padding their size.
+  for (const pelcast::testing::TestFrame& t : pelcast::testing::kTestFrames) {
+    for (pelcast_format format : {kNv12, kRgba, kRgb565}) {
+      const auto w = static_cast<uint32_t>(t.width), h = static_cast<uint32_t>(t.height);
+      const Bytes dump = EncodeFrames(format, w, h, CommittedFrames(t.name, format));
+      ExpectFirst({format, w, h, 1, t.name},
+                  IdentifyBuffer(dump.data(), dump.size(), "capture.bin", {}));
+    }
+  }
+  const Bytes pan = EncodeFrames(kNv12, 192, 108, CommittedFrames("pan-hillside-192x108-4f", kNv12));
+  ExpectFirst({kNv12, 192, 108, 4, "pan"}, IdentifyBuffer(pan.data(), pan.size(), "pan.bin", {}));
+}
+
 TEST(Identify, MisleadingNamesDoNotWin) {
   const std::vector<DumpCase> cases = {
       {kNv12, 1280, 720, 2, "screen_1920x1080_rgba.raw"},

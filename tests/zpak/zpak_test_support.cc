@@ -57,6 +57,34 @@ std::string FormatName(pelcast_format format) {
   }
 }
 
+pelcast_tile_info TileInfo(pelcast_format format, uint32_t width, uint32_t height,
+                           const Bytes& zpak, uint32_t plane, uint32_t column, uint32_t row) {
+  pelcast_tile_grid grid{};
+  pelcast_codec* codec = nullptr;
+  if (pelcast_tile_grid_of(format, width, height, plane, &grid) != PELCAST_OK ||
+      pelcast_codec_create(format, width, height, &codec) != PELCAST_OK) {
+    throw std::runtime_error("no codec");
+  }
+  std::vector<pelcast_tile_info> tiles(size_t{grid.columns} * grid.rows);
+  const pelcast_status status =
+      pelcast_codec_tile_info(codec, zpak.data(), zpak.size(), plane, tiles.data(), tiles.size());
+  pelcast_codec_destroy(codec);
+  if (status != PELCAST_OK) throw std::runtime_error(pelcast_status_string(status));
+  return tiles.at(size_t{row} * grid.columns + column);
+}
+
+TileArea AreaOfTile(pelcast_format format, uint32_t width, uint32_t height, uint32_t plane,
+                    uint32_t column, uint32_t row) {
+  // Tiles: NV12 luma 32 x 8 bytes, chroma 16 pairs x 8 rows after the luma
+  // plane; RGBA8888 and RGB565 16 x 4 pixels.
+  if (format == PELCAST_FORMAT_NV12 && plane == PELCAST_PLANE_UV) {
+    return {size_t{width} * height, 2 * ((size_t{width} + 1) / 2), 2, 16, 8, 16 * column, 8 * row};
+  }
+  if (format == PELCAST_FORMAT_NV12) return {0, width, 1, 32, 8, 32 * column, 8 * row};
+  const uint32_t bytes = format == PELCAST_FORMAT_RGBA8888 ? 4 : 2;
+  return {0, size_t{bytes} * width, bytes, 16, 4, 16 * column, 4 * row};
+}
+
 Bytes MakePicture(pelcast_format format, uint32_t width, uint32_t height, uint32_t seed) {
   Bytes frame(pelcast_linear_frame_size(format, width, height));
   size_t at = 0;
@@ -107,6 +135,25 @@ Bytes DecodeFrame(pelcast_format format, uint32_t width, uint32_t height, const 
                                                      zpak.size(), linear.data(), linear.size());
   if (status != PELCAST_OK) throw std::runtime_error(pelcast_status_string(status));
   return linear;
+}
+
+Bytes CommittedFrames(const std::string& name, pelcast_format format) {
+  const char* extension = format == PELCAST_FORMAT_NV12
+                              ? ".nv12"
+                              : (format == PELCAST_FORMAT_RGBA8888 ? ".rgba" : ".rgb565");
+  return pelcast::testing::ReadFile(pelcast::testing::TestDataDir() + "/" + name + extension);
+}
+
+Bytes EncodeFrames(pelcast_format format, uint32_t width, uint32_t height, const Bytes& linear) {
+  const size_t frameBytes = pelcast_linear_frame_size(format, width, height);
+  Bytes dump;
+  for (size_t at = 0; at + frameBytes <= linear.size(); at += frameBytes) {
+    const Bytes frame = EncodeFrame(format, width, height,
+                                    Bytes(linear.begin() + static_cast<ptrdiff_t>(at),
+                                          linear.begin() + static_cast<ptrdiff_t>(at + frameBytes)));
+    dump.insert(dump.end(), frame.begin(), frame.end());
+  }
+  return dump;
 }
 
 Bytes MakeDump(pelcast_format format, uint32_t width, uint32_t height, uint32_t frames,
@@ -199,6 +246,34 @@ PngPicture ReadPngFile(const std::string& path) {
   png_destroy_read_struct(&png, &info, nullptr);
   std::fclose(file);
   return picture;
+}
+
+void WritePngFile(const std::string& path, uint32_t width, uint32_t height, int colourType,
+                  int bitDepth, const std::vector<uint8_t>& samples,
+                  const std::vector<uint8_t>& palette) {
+  FILE* file = std::fopen(path.c_str(), "wb");
+  if (file == nullptr) throw std::runtime_error("cannot write " + path);
+  png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
+  png_infop info = png_create_info_struct(png);
+  if (setjmp(png_jmpbuf(png)) != 0) {
+    png_destroy_write_struct(&png, &info);
+    std::fclose(file);
+    throw std::runtime_error("libpng failed on " + path);
+  }
+  png_init_io(png, file);
+  png_set_IHDR(png, info, width, height, bitDepth, colourType, PNG_INTERLACE_NONE,
+               PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
+  std::vector<png_color> colours;
+  for (size_t i = 0; i + 2 < palette.size(); i += 3) colours.push_back({palette[i], palette[i + 1], palette[i + 2]});
+  if (!colours.empty()) png_set_PLTE(png, info, colours.data(), static_cast<int>(colours.size()));
+  png_write_info(png, info);
+  const size_t rowBytes = samples.size() / height;
+  for (uint32_t y = 0; y < height; ++y) {
+    png_write_row(png, const_cast<png_bytep>(samples.data() + y * rowBytes));
+  }
+  png_write_end(png, nullptr);
+  png_destroy_write_struct(&png, &info);
+  std::fclose(file);
 }
 
 }  // namespace pelcast::zpak::testing

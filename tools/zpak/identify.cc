@@ -45,9 +45,11 @@ constexpr size_t kMostPoorDecoded = 8;
 // Continuity of a layout that was not decoded, in the score.
 constexpr double kUndecodedContinuity = 0.5;
 // Pairs of samples across tile borders differ about as much as pairs inside
-// tiles when the tiles are in their places; up to this much more counts as
-// joined up. Misplaced tiles differ several times as much.
-constexpr double kBorderTolerance = 1.25;
+// tiles when the tiles are in their places (photographs within a few per
+// cent; screens and test patterns, whose edges fall on a grid, up to about
+// twice as much); up to this much more counts as joined up. Misplaced tiles
+// differ three to twenty times as much.
+constexpr double kBorderTolerance = 2.25;
 // Softens the continuity ratio on flat pictures, in sample levels.
 constexpr double kContinuitySoftening = 1.0;
 
@@ -55,7 +57,7 @@ constexpr double kContinuitySoftening = 1.0;
 // order candidates whose data is alike: a named size before a listed one
 // before one the scan alone found; a size ending where the zero padding
 // starts before one that takes in padding or cuts off picture. RGB565 black
-// is all zero bits, so its padding evidence weighs less than the lists.
+// is all zero bits, so a zero strip weighs less than the lists there.
 constexpr double kListedFactor = 0.99;
 constexpr double kAlignedFactor = 0.985;
 constexpr double kScannedFactor = 0.98;
@@ -63,6 +65,9 @@ constexpr double kOtherFormatFactor = 0.99;
 constexpr double kPaddingMissFactor = 0.97;
 constexpr double kRgb565PaddingMissFactor = 0.995;
 constexpr double kTornFactor = 0.95;
+// With no zero margin in the surface, a candidate whose own tiles leave out
+// this many whole tile columns or rows of content crops the picture.
+constexpr uint32_t kForeignTiles = 2;
 // Sizes shown in one sentence.
 constexpr size_t kNoteSizes = 4;
 // Scores closer than this count as equal in the notes.
@@ -71,7 +76,7 @@ constexpr double kSameScore = 0.005;
 constexpr double kPoorScore = 0.5;
 
 // Display, video and camera resolutions, landscape; the portrait twins are
-// added. Decoders' 16-aligned heights (1088, 544, ...) are common in dumps.
+// added.
 constexpr Size kLandscape[] = {
     // video and television
     {176, 144}, {320, 240}, {352, 288}, {426, 240}, {640, 360}, {640, 480}, {704, 576},
@@ -82,12 +87,11 @@ constexpr Size kLandscape[] = {
     {1440, 900}, {1600, 900}, {1680, 1050}, {1920, 1200}, {2048, 1536}, {2560, 1440},
     {2560, 1600}, {2880, 1800}, {3440, 1440}, {2000, 1200}, {2160, 1620}, {2224, 1668},
     {2388, 1668}, {2732, 2048}, {2800, 1752}, {2960, 1848},
-    // phone panels, given landscape here
-    {854, 480}, {1280, 720}, {1440, 720}, {1520, 720}, {1600, 720}, {1650, 720}, {1920, 1080},
-    {2160, 1080}, {2220, 1080}, {2240, 1080}, {2280, 1080}, {2310, 1080}, {2340, 1080},
+    // phone panels, given landscape here (854x480, 1280x720 and 1920x1080 above)
+    {1440, 720}, {1520, 720}, {1600, 720}, {1650, 720}, {2160, 1080}, {2220, 1080}, {2240, 1080}, {2280, 1080}, {2310, 1080}, {2340, 1080},
     {2376, 1080}, {2400, 1080}, {2408, 1080}, {2412, 1080}, {2460, 1080}, {2520, 1080},
     {2640, 1080}, {2400, 1176}, {2640, 1200}, {2670, 1200}, {2712, 1220}, {2772, 1240},
-    {2800, 1260}, {2560, 1440}, {2960, 1440}, {3040, 1440}, {3088, 1440}, {3120, 1440},
+    {2800, 1260}, {2960, 1440}, {3040, 1440}, {3088, 1440}, {3120, 1440},
     {3168, 1440}, {3200, 1440}, {2176, 1812}, {2208, 1768}, {2316, 1904},
     // cameras, 4:3, 16:9 and square
     {1280, 960}, {1440, 1080}, {1600, 1200}, {2560, 1920}, {2592, 1944}, {3264, 2448},
@@ -567,30 +571,34 @@ struct Channel {
 struct BorderSums {
   double border = 0;  // |difference| across tile borders
   double inner = 0;   // |difference| of the neighbouring pairs inside tiles
+  double middle = 0;  // |difference| across the middle of tiles
   uint64_t pairs = 0;
 };
 
 // Pairs straddling each tile border against the pairs just beside it, on
-// both sides, inside the tiles.
+// both sides, and against the pairs straddling the middle of the tiles
+// (content whose edges fall on a grid, as screens and test patterns have,
+// shows them at tile borders and middles alike).
 void AddBorders(const Channel& ch, BorderSums* sums) {
   const auto at = [&ch](uint32_t x, uint32_t y) -> int {
     return ch.base[size_t{y} * ch.stride + size_t{x} * ch.step];
   };
+  const uint32_t halfWidth = ch.tileWidth / 2, halfHeight = ch.tileHeight / 2;
   for (uint32_t x = ch.tileWidth; x + 1 < ch.width; x += ch.tileWidth) {
-    if (x < 2) continue;
     for (uint32_t y = 0; y < ch.height; ++y) {
       const int a = at(x - 2, y), b = at(x - 1, y), c = at(x, y), d = at(x + 1, y);
       sums->border += std::abs(b - c);
       sums->inner += (std::abs(a - b) + std::abs(c - d)) / 2.0;
+      sums->middle += std::abs(at(x - halfWidth - 1, y) - at(x - halfWidth, y));
       ++sums->pairs;
     }
   }
   for (uint32_t y = ch.tileHeight; y + 1 < ch.height; y += ch.tileHeight) {
-    if (y < 2) continue;
     for (uint32_t x = 0; x < ch.width; ++x) {
       const int a = at(x, y - 2), b = at(x, y - 1), c = at(x, y), d = at(x, y + 1);
       sums->border += std::abs(b - c);
       sums->inner += (std::abs(a - b) + std::abs(c - d)) / 2.0;
+      sums->middle += std::abs(at(x, y - halfHeight - 1) - at(x, y - halfHeight));
       ++sums->pairs;
     }
   }
@@ -643,8 +651,8 @@ double Continuity(const Layout& layout, Size size) {
   for (const Channel& ch : ChannelsOf(layout, layout.picture.data(), size)) AddBorders(ch, &sums);
   if (sums.pairs == 0) return 1.0;
   const double border = sums.border / static_cast<double>(sums.pairs);
-  const double inner = sums.inner / static_cast<double>(sums.pairs);
-  return std::min(1.0, (kBorderTolerance * inner + kContinuitySoftening) /
+  const double inside = std::max(sums.inner, sums.middle) / static_cast<double>(sums.pairs);
+  return std::min(1.0, (kBorderTolerance * inside + kContinuitySoftening) /
                            (border + kContinuitySoftening));
 }
 
@@ -686,11 +694,24 @@ bool DecodeLayout(Layout* layout, const uint8_t* frame, uint32_t threads) {
   return true;
 }
 
+// Whole tiles of the layout beyond a candidate's own tiles, across and down.
+Size ExtraTiles(const Layout& layout, Size size) {
+  pelcast_tile_grid all{}, own{};
+  pelcast_tile_grid_of(layout.format, layout.size.width, layout.size.height, 0, &all);
+  pelcast_tile_grid_of(layout.format, size.width, size.height, 0, &own);
+  return {all.columns - std::min(all.columns, own.columns), all.rows - std::min(all.rows, own.rows)};
+}
+
 PaddingFit PaddingFitOf(const Layout& layout, Size size) {
   const Size end = layout.contentEnd;
   if (end.width == 0) return PaddingFit::kUnknown;
   if (end.width == layout.size.width && end.height == layout.size.height) {
-    return PaddingFit::kUnknown;
+    // No zero margin. A writer fills the pixels of its last tiles past the
+    // picture with anything (1920x1080 written as 1088 rows); content in
+    // kForeignTiles or more whole tiles past a candidate's own is picture.
+    const Size extra = ExtraTiles(layout, size);
+    const bool crops = extra.width >= kForeignTiles || extra.height >= kForeignTiles;
+    return crops ? PaddingFit::kCropsContent : PaddingFit::kUnknown;
   }
   if (size.width < end.width || size.height < end.height) return PaddingFit::kCropsContent;
   if (size.width > end.width || size.height > end.height) return PaddingFit::kZeroStrip;
@@ -706,7 +727,9 @@ double PriorFactor(uint32_t sources) {
 }
 
 double PaddingFactor(pelcast_format format, PaddingFit fit) {
-  if (fit != PaddingFit::kZeroStrip && fit != PaddingFit::kCropsContent) return 1.0;
+  if (fit == PaddingFit::kCropsContent) return kPaddingMissFactor;
+  if (fit != PaddingFit::kZeroStrip) return 1.0;
+  // RGB565 black is zero bits: a zero strip may be picture.
   return format == PELCAST_FORMAT_RGB565 ? kRgb565PaddingMissFactor : kPaddingMissFactor;
 }
 
