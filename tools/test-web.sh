@@ -2,13 +2,13 @@
 # The browser viewer's stage: builds the page (tools/build-web.sh), installs
 # the pinned puppeteer-core (npm ci in web/, no browser download) and runs the
 # browser tests (web/test) in Debian's headless chromium against the release
-# build's pelcast and pelcast-web-helper, which make and decode the test
-# files. Screenshots go to build/web-test/screenshots/;
+# build's pelcast, pelcast-web-helper and zpak, which make, decode and
+# describe the test files. Screenshots go to build/web-test/screenshots/;
 # PELCAST_DOC_SCREENSHOTS=1 also writes them into docs/images/.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-for program in build/release/pelcast build/release/web/pelcast-web-helper; do
+for program in build/release/pelcast build/release/web/pelcast-web-helper build/release/tools/zpak/zpak; do
   if [ ! -x "$program" ]; then
     echo "test-web: $program is missing: build the release preset first" >&2
     exit 1

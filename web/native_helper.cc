@@ -19,10 +19,12 @@
 #include <cstring>
 #include <fstream>
 #include <iterator>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "pelcast/pelcast.h"
+#include "tools/zpak/formats.h"
 #include "web/viewer_core.h"
 
 namespace {
@@ -36,13 +38,9 @@ int Fail(const std::string& message) {
 }
 
 bool ParseFormat(const char* name, pelcast_format* format) {
-  for (pelcast_format f : {PELCAST_FORMAT_NV12, PELCAST_FORMAT_RGBA8888, PELCAST_FORMAT_RGB565}) {
-    if (std::strcmp(name, pelcast::web::FormatName(f)) == 0) {
-      *format = f;
-      return true;
-    }
-  }
-  return false;
+  const std::optional<pelcast_format> parsed = pelcast::zpak::ParseFormat(name);
+  if (parsed) *format = *parsed;
+  return parsed.has_value();
 }
 
 bool ReadAll(const char* path, Bytes* out) {

@@ -31,10 +31,10 @@
   const TILE_BAD_METADATA = 2;
   const TILE_OVERRUN = 4;
   const UNIT_BITS = 512;
-  // The cost map's classes, in the colours of viewer_core.h.
+  // The cost map's classes, in zpak info's colours (tools/zpak/pictures.cc).
   const CLASSES = [
-    ['1 unit', '#286eff'], ['2 units', '#00c85a'], ['3 units', '#fadc00'], ['4 units', '#ff8200'],
-    ['raw', '#e61414'], ['bad metadata', '#dc00dc'], ['overrun', '#00e6e6'],
+    ['1 unit', '#286eff'], ['2 units', '#00c85a'], ['3 units', '#fadc00'], ['raw', '#e61414'],
+    ['bad metadata', '#dc00dc'], ['overrun', '#00e6e6'],
   ];
 
   const ZOOM_STEP = 1.25;

@@ -14,12 +14,16 @@
 #include <vector>
 
 #include "pelcast/pelcast.h"
+#include "tools/zpak/compare.h"
+#include "tools/zpak/formats.h"
 #include "tools/zpak/identify.h"
+#include "tools/zpak/pictures.h"
 #include "web/viewer_core.h"
 
 namespace {
 
-using pelcast::web::YuvMatrix;
+using pelcast::zpak::Raster;
+using pelcast::zpak::YuvMatrix;
 
 constexpr uint32_t kMaxPlanes = 2;
 constexpr uint32_t kRgbaBytes = 4;
@@ -30,10 +34,12 @@ struct Viewer {
   uint32_t height = 0;
   pelcast_codec* codec = nullptr;  // null for a linear file
   uint32_t planes = 0;
-  std::vector<uint8_t> zpak;     // one ZPAK frame (empty for a linear file)
-  std::vector<uint8_t> packed;   // the packed linear frame
-  std::vector<uint8_t> picture;  // RGBA, width x height
-  std::vector<uint8_t> overlay;  // RGBA, width x height
+  std::vector<uint8_t> zpak;         // one ZPAK frame (empty for a linear file)
+  std::vector<uint8_t> packed;       // the packed linear frame
+  Raster picture;                    // the frame as zpak pictures it (RGB, or RGBA)
+  Raster overlay;                    // a cost map or difference picture (RGB)
+  std::vector<uint8_t> pictureRgba;  // for the canvas, width x height x 4
+  std::vector<uint8_t> overlayRgba;
   pelcast_tile_grid grids[kMaxPlanes] = {};
   std::vector<pelcast_tile_info> tiles[kMaxPlanes];
   pelcast_plane_stats stats[kMaxPlanes] = {};
@@ -55,8 +61,8 @@ bool MakeBuffers(Viewer* v, bool zpak) {
   v->planes = pelcast_plane_count(v->format);
   v->packed.assign(linear, 0);
   const size_t pixels = size_t{v->width} * v->height * kRgbaBytes;
-  v->picture.assign(pixels, 0);
-  v->overlay.assign(pixels, 0);
+  v->pictureRgba.assign(pixels, 0);
+  v->overlayRgba.assign(pixels, 0);
   for (uint32_t p = 0; p < v->planes; ++p) {
     if (pelcast_tile_grid_of(v->format, v->width, v->height, p, &v->grids[p]) != PELCAST_OK) {
       return false;
@@ -71,8 +77,18 @@ bool MakeBuffers(Viewer* v, bool zpak) {
 }
 
 void Render(Viewer* v) {
-  pelcast::web::FrameToRgba(v->format, v->width, v->height, v->packed.data(), v->matrix, v->opaque,
-                            v->picture.data());
+  pelcast::zpak::RasterOfFrame(v->format, v->width, v->height, v->packed.data(), v->matrix,
+                               &v->picture);
+  pelcast::web::RasterToRgba(v->picture, v->opaque, v->pictureRgba.data());
+}
+
+uint8_t* ShowOverlay(Viewer* v) {
+  pelcast::web::RasterToRgba(v->overlay, true, v->overlayRgba.data());
+  return v->overlayRgba.data();
+}
+
+bool SameFrames(const Viewer* a, const Viewer* b) {
+  return a->format == b->format && a->width == b->width && a->height == b->height;
 }
 
 pelcast_status DescribeTiles(Viewer* v) {
@@ -185,7 +201,7 @@ EMSCRIPTEN_KEEPALIVE void pv_set_display(Viewer* v, int matrix, int opaque) {
   Render(v);
 }
 
-EMSCRIPTEN_KEEPALIVE uint8_t* pv_picture(Viewer* v) { return v->picture.data(); }
+EMSCRIPTEN_KEEPALIVE uint8_t* pv_picture(Viewer* v) { return v->pictureRgba.data(); }
 EMSCRIPTEN_KEEPALIVE uint8_t* pv_packed(Viewer* v) { return v->packed.data(); }
 EMSCRIPTEN_KEEPALIVE uint32_t pv_planes(Viewer* v) { return v->planes; }
 
@@ -209,32 +225,32 @@ EMSCRIPTEN_KEEPALIVE const char* pv_stats_json(Viewer* v) {
   return Keep(pelcast::web::PlaneStatsJson(v->format, v->stats, v->planes));
 }
 
-// The cost map of `plane` into the overlay; null for a linear viewer.
+// The cost map of `plane` (zpak info's) into the overlay; null for a linear
+// viewer.
 EMSCRIPTEN_KEEPALIVE uint8_t* pv_cost_map(Viewer* v, uint32_t plane) {
   if (v->codec == nullptr || plane >= v->planes) return nullptr;
-  pelcast::web::DrawCostMap(v->picture.data(), v->width, v->height, v->grids[plane],
-                            v->tiles[plane].data(), v->overlay.data());
-  return v->overlay.data();
+  pelcast::zpak::DrawCostMap(v->picture, v->grids[plane], v->tiles[plane], &v->overlay);
+  return ShowOverlay(v);
 }
 
-// The figures of `a` against `b` (same format and size), listing at most
-// `maxTiles` differing tiles per plane.
+// zpak compare's figures of `a` against `b` (same format and size), listing
+// at most `maxTiles` differing tiles per plane.
 EMSCRIPTEN_KEEPALIVE const char* pv_compare_json(Viewer* a, Viewer* b, uint32_t maxTiles) {
-  if (a->format != b->format || a->width != b->width || a->height != b->height) {
-    return Keep("null");
-  }
+  if (!SameFrames(a, b)) return Keep("null");
   return Keep(
-      pelcast::web::CompareJson(pelcast::web::CompareFrames(a->format, a->width, a->height,
-                                                            a->packed.data(), b->packed.data()),
+      pelcast::web::CompareJson(pelcast::zpak::CompareFrames(a->format, a->width, a->height,
+                                                             a->packed.data(), b->packed.data()),
                                 maxTiles));
 }
 
-// The difference picture of `a` against `b` into a's overlay.
+// zpak compare's difference picture of `a` against `b` into a's overlay.
 EMSCRIPTEN_KEEPALIVE uint8_t* pv_difference(Viewer* a, Viewer* b) {
-  if (a->format != b->format || a->width != b->width || a->height != b->height) return nullptr;
-  pelcast::web::DrawDifference(a->format, a->width, a->height, a->packed.data(), b->packed.data(),
-                               a->picture.data(), a->overlay.data());
-  return a->overlay.data();
+  if (!SameFrames(a, b)) return nullptr;
+  const pelcast::zpak::FrameDifference difference = pelcast::zpak::CompareFrames(
+      a->format, a->width, a->height, a->packed.data(), b->packed.data());
+  pelcast::zpak::DrawDifference(a->format, a->width, a->height, a->packed.data(), b->packed.data(),
+                                difference, &a->overlay);
+  return ShowOverlay(a);
 }
 
 // identify's JSON for a ZPAK file of `fileBytes` bytes named `name`, read
@@ -262,7 +278,7 @@ EMSCRIPTEN_KEEPALIVE const char* pv_name_hints(const char* name) {
   out += "], \"formats\": [";
   for (size_t i = 0; i < hints.formats.size(); ++i) {
     out +=
-        (i == 0 ? "\"" : ", \"") + std::string(pelcast::web::FormatName(hints.formats[i])) + "\"";
+        (i == 0 ? "\"" : ", \"") + std::string(pelcast::zpak::FormatName(hints.formats[i])) + "\"";
   }
   return Keep(out + "]}");
 }

@@ -13,6 +13,7 @@ export const root = path.resolve(path.dirname(fileURLToPath(import.meta.url)), '
 const buildDir = path.resolve(root, process.env.PELCAST_BUILD_DIR || 'build/release');
 export const pelcast = path.join(buildDir, 'pelcast');
 export const helper = path.join(buildDir, 'web/pelcast-web-helper');
+export const zpakCommand = path.join(buildDir, 'tools/zpak/zpak');
 export const pageUrl = `file://${path.join(root, 'build/web/index.html')}`;
 export const testData = path.join(root, 'tests/data');
 export const workDir = path.join(root, 'build/web-test');
@@ -63,6 +64,17 @@ export function decodeWithCommand(format, width, height, zpakPath) {
 // How every tile of one frame is stored, from the native library.
 export function nativeTiles(format, width, height, zpakPath, frame) {
   return JSON.parse(run(helper, ['tiles', format, String(width), String(height), zpakPath, String(frame)]));
+}
+
+// The plane figures of every frame as `zpak info --json` gives them, in the
+// shape of the page's stats(): [[{plane, tiles, units, ...}, ...], ...].
+export function zpakInfo(format, width, height, zpakPath) {
+  const info = JSON.parse(run(zpakCommand, ['info', '--json', format, zpakPath, String(width), String(height)]));
+  return info.frames.map((f) => f.planes.filter((p) => p.plane !== 'all').map((p) => ({
+    plane: p.plane, tiles: p.tiles, units: p.units, raw_units: p.raw_units,
+    by_units: [p.tiles_by_units['1'], p.tiles_by_units['2'], p.tiles_by_units['3']],
+    raw: p.tiles_by_units.raw, bad_metadata: p.tiles_by_units.bad_metadata, overrun: p.overrun_tiles,
+  })));
 }
 
 export function linearFrameBytes(format, width, height) {
