@@ -120,8 +120,8 @@ void StageNv12(const Frame& frame, EncodeJob& job) {
   ZpakInfo info{};
   const uint32_t stagingBytes = ComputeZpakInfo(&info, static_cast<uint32_t>(frame.width),
                                                 static_cast<uint32_t>(frame.height), kPrepareNv12);
-  job.staging.assign(stagingBytes, 0);
-  job.compressed.assign(info.bufferSize, 0);
+  job.staging.assign(stagingBytes);
+  job.compressed.assign(info.bufferSize);
   const size_t w = static_cast<size_t>(frame.width);
   const size_t h = static_cast<size_t>(frame.height);
   CopyRows(frame.bytes.data(), w, job.staging.data(), info.linearStride, w, h);
@@ -144,8 +144,8 @@ void StageRgba(const Frame& frame, EncodeJob& job) {
   const uint32_t stagingBytes =
       ComputeZpakInfo(&info, static_cast<uint32_t>(frame.width),
                       static_cast<uint32_t>(frame.height), kPrepareRgba8888);
-  job.staging.assign(stagingBytes, 0);
-  job.compressed.assign(info.bufferSize, 0);
+  job.staging.assign(stagingBytes);
+  job.compressed.assign(info.bufferSize);
   const size_t rowBytes = kRgbaPixelBytes * static_cast<size_t>(frame.width);
   CopyRows(frame.bytes.data(), rowBytes, job.staging.data(), info.yStride, rowBytes,
            static_cast<size_t>(frame.height));
@@ -162,8 +162,8 @@ void StageRgb565(const Frame& frame, EncodeJob& job) {
   info.yDataOffset = g.yMetaBufSize;
   info.yDataSize = g.yDataBufSize;
   info.bufferSize = g.frameSize;
-  job.staging.assign(g.yDataBufSize, 0);
-  job.compressed.assign(g.frameSize, 0);
+  job.staging.assign(g.yDataBufSize);
+  job.compressed.assign(g.frameSize);
   const size_t rowBytes = kRgb565PixelBytes * static_cast<size_t>(frame.width);
   CopyRows(frame.bytes.data(), rowBytes, job.staging.data(), g.yStride, rowBytes,
            static_cast<size_t>(frame.height));
@@ -298,6 +298,12 @@ size_t FrameSet::TotalBytes() const {
   return total;
 }
 
+void FrameBuffer::assign(size_t size) {
+  bytes_.reset(AllocateZeroed(size));
+  if (bytes_ == nullptr) Fail("no memory for a frame buffer");
+  size_ = size;
+}
+
 std::string CorpusDirectory() {
   if (const char* dir = std::getenv("PELCAST_CORPUS_DIR"); dir != nullptr && *dir != '\0')
     return dir;
@@ -404,7 +410,7 @@ void RunEncode(EncodeJob& job) {
 std::vector<uint8_t> CompressFrame(const Frame& frame) {
   std::unique_ptr<EncodeJob> job = MakeEncodeJob(frame);
   RunEncode(*job);
-  return std::move(job->compressed);
+  return std::vector<uint8_t>(job->compressed.begin(), job->compressed.end());
 }
 
 std::unique_ptr<DecodeJob> MakeDecodeJob(const Frame& frame) {
@@ -414,11 +420,13 @@ std::unique_ptr<DecodeJob> MakeDecodeJob(const Frame& frame) {
   job->height = frame.height;
   job->pixelBytes = frame.bytes.size();
   job->geometry = ComputePlaneGeometry(ToPlaneFormat(frame.layout), frame.width, frame.height);
-  job->compressed = CompressFrame(frame);
-  if (job->compressed.size() != job->geometry.frameSize) {
+  const std::vector<uint8_t> compressed = CompressFrame(frame);
+  if (compressed.size() != job->geometry.frameSize) {
     Fail("the encoded frame of " + frame.name + " is not one decode-side frame long");
   }
-  job->output.assign(job->geometry.outputSize, 0);
+  job->compressed.assign(compressed.size());
+  std::copy(compressed.begin(), compressed.end(), job->compressed.begin());
+  job->output.assign(job->geometry.outputSize);
   FillDecodeConfig(&job->config, ToPlaneFormat(frame.layout), job->geometry, frame.width,
                    frame.height, job->compressed.data(), job->output.data());
   job->context = MakeContext(ContextFormatOf(ToPlaneFormat(frame.layout)));

@@ -81,6 +81,32 @@ std::vector<const FrameSet*> FrameSubjects(PixelLayout layout);
 // into one frame twice as wide and high. All four share layout and size.
 Frame JoinQuadrants(const Frame* const quadrants[4], const std::string& name);
 
+// A frame buffer obtained as the commands obtain theirs (AllocateZeroed:
+// mapped on its own and backed by huge pages where the kernel gives them),
+// with the few vector operations the jobs use. Zero-filled.
+class FrameBuffer {
+ public:
+  FrameBuffer() = default;
+  explicit FrameBuffer(size_t size) { assign(size); }
+  void assign(size_t size);
+  uint8_t* data() { return bytes_.get(); }
+  const uint8_t* data() const { return bytes_.get(); }
+  size_t size() const { return size_; }
+  uint8_t* begin() { return data(); }
+  uint8_t* end() { return data() + size_; }
+  const uint8_t* begin() const { return data(); }
+  const uint8_t* end() const { return data() + size_; }
+  uint8_t& operator[](size_t i) { return bytes_.get()[i]; }
+  const uint8_t& operator[](size_t i) const { return bytes_.get()[i]; }
+
+ private:
+  struct Release {
+    void operator()(uint8_t* bytes) const { ReleaseZeroed(bytes); }
+  };
+  std::unique_ptr<uint8_t, Release> bytes_;
+  size_t size_ = 0;
+};
+
 struct ReleaseContext {
   void operator()(ZpakContext* context) const { ReleaseZpakContext(context); }
 };
@@ -98,8 +124,8 @@ struct EncodeJob {
   int32_t width;
   int32_t height;
   size_t pixelBytes;  // the packed frame's size: what one encode is credited with
-  std::vector<uint8_t> staging;
-  std::vector<uint8_t> compressed;
+  FrameBuffer staging;
+  FrameBuffer compressed;
   ZpakConfig config;
   ContextPtr context;
 };
@@ -124,8 +150,8 @@ struct DecodeJob {
   int32_t height;
   size_t pixelBytes;  // the packed frame's size
   PlaneGeometry geometry;
-  std::vector<uint8_t> compressed;
-  std::vector<uint8_t> output;
+  FrameBuffer compressed;
+  FrameBuffer output;
   ZpakConfig config;
   ContextPtr context;
 };

@@ -1,9 +1,20 @@
-// The decoder's tile kernels side by side: the general tile decoder, the
-// portable specialised kernel and the vector one of the processor (AVX2 or
-// NEON), on whole corpus frames and on tiles cut from them.
+// The decoder's tile kernels side by side: the general tile decoder and the
+// table of every kernel set this processor runs (plain, avx2 or neon), on
+// whole corpus frames and on tiles cut from them.
 //
-//   decode_kernel/<format>/<kernel>/<subject>   frame decode with that kernel
-//   decode_tile/<plane>/<kernel>                DecodeTile (general) or the kernel
+//   decode_kernel/<format>/<kernel>/<subject>   frame decode with that table
+//   decode_tile/<plane>/general                 DecodeTile on every tile
+//   decode_tile/<plane>/<set>                   the set's decode routine on the
+//                                               compressed tiles
+//   expand_raw/<plane>/<set>                    the set's raw-tile routine on
+//                                               every tile's stored bytes
+//   decode_tile_streamed/, expand_raw_streamed/ the same with the set's
+//                                               streamed routines (where it
+//                                               has its own): every tile to
+//                                               the same small buffer, which
+//                                               they send past the cache each
+//                                               time, so slower here than in
+//                                               the large frames they are for
 //
 // MB/s counts the packed linear frame, or the raw tiles' bytes.
 #include <benchmark/benchmark.h>
@@ -14,6 +25,7 @@
 #include <vector>
 
 #include "bench/bench_support.h"
+#include "common/cpu.h"
 #include "decoder/frame_decoder.h"
 #include "decoder/tile_decoder.h"
 #include "decoder/tile_kernels.h"
@@ -21,17 +33,19 @@
 namespace pelcast::bench {
 namespace {
 
-struct KernelCase {
-  TileKernel kernel;
-  const char* name;
-};
+// The general decoder (null) and the distinct tables of the runnable sets.
+std::vector<const TileDecodeKernels*> KernelTables() {
+  std::vector<const TileDecodeKernels*> tables{nullptr};
+  for (const KernelSet& set : RunnableKernelSets()) {
+    const TileDecodeKernels* k = &TileDecodeKernelsFor(set.features);
+    if (std::find(tables.begin(), tables.end(), k) == tables.end()) tables.push_back(k);
+  }
+  return tables;
+}
 
-constexpr KernelCase kKernels[] = {
-    {TileKernel::kExact, "general"},
-    {TileKernel::kPlain, "plain"},
-    {TileKernel::kAvx2, "avx2"},
-    {TileKernel::kNeon, "neon"},
-};
+const char* TableName(const TileDecodeKernels* kernels) {
+  return kernels != nullptr ? kernels->name : "general";
+}
 
 struct FrameJobs {
   std::vector<std::unique_ptr<DecodeJob>> jobs;
@@ -39,15 +53,16 @@ struct FrameJobs {
   bool valid = true;
 };
 
-void RunWithKernel(DecodeJob& job, TileKernel kernel) {
+void RunWithKernel(DecodeJob& job, const TileDecodeKernels* kernels) {
   if (job.layout == PixelLayout::kRgb565) {
-    DecodeZpakFrameRgb565WithKernel(job.context.get(), &job.config, kernel);
+    DecodeZpakFrameRgb565WithKernels(job.context.get(), &job.config, kernels);
   } else {
-    DecodeZpakFrameWithKernel(job.context.get(), &job.config, kernel);
+    DecodeZpakFrameWithKernels(job.context.get(), &job.config, kernels);
   }
 }
 
-void DecodeFramesWithKernel(benchmark::State& state, const FrameSet* set, TileKernel kernel,
+void DecodeFramesWithKernel(benchmark::State& state, const FrameSet* set,
+                            const TileDecodeKernels* kernel,
                             const std::shared_ptr<FrameJobs>& lazy) {
   if (!lazy->built) {
     for (const Frame& frame : set->frames) {
@@ -92,8 +107,11 @@ struct TileJobs {
   bool built = false;
 };
 
-void DecodeTiles(benchmark::State& state, const TilePlane* plane, TileKernel kernel,
-                 const std::shared_ptr<TileJobs>& lazy) {
+// Which routine a tile row times.
+enum class TileRoutine { kGeneral, kDecode, kExpandRaw, kDecodeStreamed, kExpandRawStreamed };
+
+void DecodeTiles(benchmark::State& state, const TilePlane* plane, const TileDecodeKernels* kernels,
+                 TileRoutine routine, const std::shared_ptr<TileJobs>& lazy) {
   if (!lazy->built) {
     lazy->tiles = CutCorpusTiles(plane->plane, kBenchTiles);
     const TileSet& t = lazy->tiles;
@@ -111,38 +129,67 @@ void DecodeTiles(benchmark::State& state, const TilePlane* plane, TileKernel ker
   ContextPtr context = MakeContext(t.contextFormat);
   context->planeIndex = t.planeIndex;
   const uint64_t rowBytes = TileRowBytes(plane->kind);
+  const auto kind = static_cast<size_t>(plane->kind);
   std::vector<uint8_t> out(kSlotBytes);
+  size_t bytes = 0;
+  for (size_t i = 0; i < t.count; ++i) {
+    const bool decodes = routine == TileRoutine::kDecode || routine == TileRoutine::kDecodeStreamed;
+    if (!decodes || !IsRawTile(plane->kind, t.meta[i])) bytes += t.tileBytes;
+  }
   for (auto _ : state) {
     for (size_t i = 0; i < t.count; ++i) {
       const uint8_t* padded = &lazy->padded[i * kPaddedTileBytes];
-      if (kernel == TileKernel::kExact) {
+      if (routine == TileRoutine::kGeneral) {
         DecodeTile(context.get(), padded, t.meta[i], out.data());
+      } else if (routine == TileRoutine::kExpandRaw) {
+        kernels->expandRaw[kind](padded, out.data(), rowBytes);
+      } else if (routine == TileRoutine::kExpandRawStreamed) {
+        kernels->expandRawStreamed[kind](padded, out.data(), rowBytes);
       } else if (IsRawTile(plane->kind, t.meta[i])) {
-        ExpandRawTile(plane->kind, padded, out.data(), rowBytes);
+        continue;
+      } else if (routine == TileRoutine::kDecode) {
+        benchmark::DoNotOptimize(kernels->decode[kind](padded, out.data(), rowBytes));
       } else {
-        DecodeCompressedTile(kernel, plane->kind, padded, out.data(), rowBytes);
+        benchmark::DoNotOptimize(kernels->decodeStreamed[kind](padded, out.data(), rowBytes));
       }
       benchmark::ClobberMemory();
     }
+    if (kernels != nullptr) kernels->finishStreaming();
   }
-  state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(t.count * t.tileBytes));
+  state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(bytes));
 }
 
 void RegisterDecodeKernelBenchmarks() {
-  for (const KernelCase& k : kKernels) {
-    if (!TileKernelAvailable(k.kernel)) continue;
+  for (const TileDecodeKernels* kernels : KernelTables()) {
     for (const LayoutCase& format : kLayoutCases) {
       for (const FrameSet* set : FrameSubjects(format.layout)) {
-        const std::string name =
-            std::string("decode_kernel/") + format.name + "/" + k.name + "/" + set->name;
-        benchmark::RegisterBenchmark(name.c_str(), DecodeFramesWithKernel, set, k.kernel,
+        const std::string name = std::string("decode_kernel/") + format.name + "/" +
+                                 TableName(kernels) + "/" + set->name;
+        benchmark::RegisterBenchmark(name.c_str(), DecodeFramesWithKernel, set, kernels,
                                      std::make_shared<FrameJobs>());
       }
     }
     for (const TilePlane& plane : kTilePlanes) {
-      const std::string name = std::string("decode_tile/") + plane.name + "/" + k.name;
-      benchmark::RegisterBenchmark(name.c_str(), DecodeTiles, &plane, k.kernel,
-                                   std::make_shared<TileJobs>());
+      const auto tiles = std::make_shared<TileJobs>();
+      const std::string suffix = std::string("/") + plane.name + "/" + TableName(kernels);
+      if (kernels == nullptr) {
+        benchmark::RegisterBenchmark(("decode_tile" + suffix).c_str(), DecodeTiles, &plane, kernels,
+                                     TileRoutine::kGeneral, tiles);
+        continue;
+      }
+      benchmark::RegisterBenchmark(("decode_tile" + suffix).c_str(), DecodeTiles, &plane, kernels,
+                                   TileRoutine::kDecode, tiles);
+      benchmark::RegisterBenchmark(("expand_raw" + suffix).c_str(), DecodeTiles, &plane, kernels,
+                                   TileRoutine::kExpandRaw, tiles);
+      const auto k = static_cast<size_t>(plane.kind);
+      if (kernels->decodeStreamed[k] != kernels->decode[k]) {
+        benchmark::RegisterBenchmark(("decode_tile_streamed" + suffix).c_str(), DecodeTiles, &plane,
+                                     kernels, TileRoutine::kDecodeStreamed, tiles);
+      }
+      if (kernels->expandRawStreamed[k] != kernels->expandRaw[k]) {
+        benchmark::RegisterBenchmark(("expand_raw_streamed" + suffix).c_str(), DecodeTiles, &plane,
+                                     kernels, TileRoutine::kExpandRawStreamed, tiles);
+      }
     }
   }
 }

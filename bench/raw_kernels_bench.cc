@@ -9,8 +9,9 @@
 //   raw_E/<subject>      E: chroma of a padded frame split (the luma is packed
 //                        in place, which for these strides moves nothing)
 //   raw_sse/<subject>    S/R: squared luma error of two frames
-//   raw_P_rows/<set>/<subject>, raw_sse_rows/<set>/<subject>: the row kernels
-//                        of one compiled set (plain, avx2) alone
+//   raw_P_rows/<set>/<subject>, raw_sse_rows/<set>/<subject>,
+//   raw_squares_rows/<set>/<subject>: each row kernel of one kernel set
+//                        (plain, avx2) alone
 //   libyuv_<function>/<subject>  the reference: I420ToNV12, NV12ToI420,
 //                        ConvertToI420 with a crop, ComputeSumSquareError,
 //                        and MergeUVPlane / SplitUVPlane, libyuv's chroma-only
@@ -21,12 +22,14 @@
 // rows of the frame benchmarks are its figure.
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
 #include <cstring>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "bench/bench_support.h"
+#include "common/cpu.h"
 #include "rawtools/raw_kernels.h"
 
 #ifdef PELCAST_HAVE_LIBYUV
@@ -296,6 +299,32 @@ void RunSquaredErrorRows(benchmark::State& state, const RowKernelSet* set,
   state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(f.LumaBytes()));
 }
 
+// The squares of the luma rows: what S and R sum for rows the other file lacks.
+void RunSquaresRows(benchmark::State& state, const RowKernelSet* set,
+                    const std::shared_ptr<LazyFrame>& lazy) {
+  if (lazy->raw == nullptr) lazy->raw = MakeRawFrame(*lazy->frame);
+  RawFrame& f = *lazy->raw;
+  const size_t w = static_cast<size_t>(f.width);
+  for (auto _ : state) {
+    uint64_t sum = 0;
+    for (size_t r = 0; r < static_cast<size_t>(f.height); ++r) {
+      sum += set->sumSquares(f.nv12.data() + r * w, w);
+    }
+    benchmark::DoNotOptimize(sum);
+  }
+  state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(f.LumaBytes()));
+}
+
+// The distinct row kernel tables of the sets this processor runs, plain first.
+std::vector<const RowKernelSet*> RunnableRowSets() {
+  std::vector<const RowKernelSet*> sets;
+  for (const KernelSet& runnable : RunnableKernelSets()) {
+    const RowKernelSet* set = &RowKernelsFor(runnable.features);
+    if (std::find(sets.begin(), sets.end(), set) == sets.end()) sets.push_back(set);
+  }
+  return sets;
+}
+
 // A 1920x1080 frame and the mosaic: the kernels' speed does not depend on the
 // picture, only on the sizes and on whether the frame stays in cache.
 void RegisterRawBenchmarks() {
@@ -314,10 +343,12 @@ void RegisterRawBenchmarks() {
       const std::string name = std::string(kernel.name) + "/" + frame->name;
       benchmark::RegisterBenchmark(name.c_str(), RunKernel, kernel, lazy);
     }
-    for (const RowKernelSet* set : RunnableRowKernelSets()) {
+    for (const RowKernelSet* set : RunnableRowSets()) {
       const std::string suffix = std::string("/") + set->name + "/" + frame->name;
       benchmark::RegisterBenchmark(("raw_P_rows" + suffix).c_str(), RunInterleaveRows, set, lazy);
       benchmark::RegisterBenchmark(("raw_sse_rows" + suffix).c_str(), RunSquaredErrorRows, set,
+                                   lazy);
+      benchmark::RegisterBenchmark(("raw_squares_rows" + suffix).c_str(), RunSquaresRows, set,
                                    lazy);
     }
   }

@@ -27,6 +27,11 @@ constexpr PlaneWalk kRgbaWalk{16, 4, 64, 4};
 constexpr PlaneWalk kLumaWalk{32, 8, 32, 1};
 constexpr PlaneWalk kChromaWalk{32, 8, 32, 2};
 
+// Tiles (macro tiles of a walk by macro tiles) a walk asks the cache for
+// ahead of decoding them.
+constexpr uint64_t kPrefetchTiles = 8;
+constexpr uint64_t kPrefetchMacroTiles = 2;
+
 // Builds (or reuses) the slot and metadata tables of the surface.
 void PrepareTables(ZpakContext* context, const ZpakConfig& config, PlaneFormat format) {
   const TileGridLayout layout =
@@ -58,8 +63,9 @@ void FetchAndExpandTile(ZpakContext* context, const ZpakConfig& config, const Pl
 // RGBA8888: whole tiles, never clipped, at the larger of the stride and four
 // times the tile count (the stride in every real surface). Only the tile rows
 // of `band` are decoded; the output holds just their rows.
-uint64_t DecodeRgba8888Frame(ZpakContext* context, const ZpakConfig& config, TileKernel kernel,
-                             const TileRowBand& band, const BandWindow* window) {
+uint64_t DecodeRgba8888Frame(ZpakContext* context, const ZpakConfig& config,
+                             const TileDecodeKernels* kernels, const TileRowBand& band,
+                             const BandWindow* window) {
   const uint64_t tilesPerRow = CeilDiv(config.width, kRgbaWalk.tileWidth);
   const uint64_t tileRows = CeilDiv(config.height, kRgbaWalk.tileHeight);
   const uint64_t pitch = std::max<uint64_t>(config.stride, 4 * tilesPerRow);
@@ -71,8 +77,10 @@ uint64_t DecodeRgba8888Frame(ZpakContext* context, const ZpakConfig& config, Til
   if (window != nullptr) ApplyWindow(*window, &data, &meta);
   const uint64_t origin = kRgbaWalk.tileHeight * rows.first;  // first linear row of the output
   TileKind kind;
-  if (UsesTileKernel(*context, config, kernel, &kind) && kind == TileKind::kRgba8888) {
+  if (UsesTileKernel(*context, config, kernels, &kind) && kind == TileKind::kRgba8888) {
     PaddedTile padded{};
+    const bool streaming = StreamsOutput((rows.end - rows.first) * kRgbaWalk.tileHeight * pitch,
+                                         config.linearY, pitch);
     // Macro tile by macro tile: the 16 tiles of a macro tile fill 4 KB of
     // consecutive slots, which are then fetched together instead of a
     // quarter at a time on four passes over the macro row.
@@ -87,14 +95,23 @@ uint64_t DecodeRgba8888Frame(ZpakContext* context, const ZpakConfig& config, Til
         for (uint64_t tr = macroRow; tr < rowEnd; ++tr) {
           uint8_t* outRow = config.linearY + (kRgbaWalk.tileHeight * tr - origin) * pitch;
           for (uint64_t tc = macroColumn; tc < columnEnd; ++tc) {
-            const uint32_t metadataByte =
-                FetchTile(addresses[tr - macroRow], config, data, meta, tc, padded.bytes);
-            ExpandTile(kernel, kind, metadataByte, padded.bytes,
-                       outRow + kRgbaWalk.tileRowBytes * tc, pitch);
+            // The same tile of a macro tile ahead.
+            PrefetchAhead(addresses[tr - macroRow], config, data, meta,
+                          tc + kPrefetchMacroTiles * kTilesPerMacroSide,
+                          tc + 2 * kPrefetchMacroTiles * kTilesPerMacroSide);
+            if (!streaming && tc + kPrefetchMacroTiles * kTilesPerMacroSide < tilesPerRow) {
+              PrefetchRows(
+                  outRow + kRgbaWalk.tileRowBytes * (tc + kPrefetchMacroTiles * kTilesPerMacroSide),
+                  pitch, kRgbaWalk.tileHeight, kRgbaWalk.tileRowBytes);
+            }
+            const TileLocation at = LocateTile(addresses[tr - macroRow], config, meta, tc);
+            ExpandStoredTile(*kernels, kind, at, data, &padded,
+                             outRow + kRgbaWalk.tileRowBytes * tc, pitch, streaming);
           }
         }
       }
     }
+    if (streaming) kernels->finishStreaming();
     if (tilesPerRow != 0 && rows.end == tileRows) {
       FetchAndExpandTile(context, config, data, meta, kRgbaWalk, tileRows - 1, tilesPerRow - 1);
     }
@@ -132,29 +149,40 @@ struct Nv12PlaneWalk {
 // Tiles inside the plane are expanded in place; the ones the right or
 // bottom edge cuts go through a tile buffer and the clipped copy.
 void DecodeNv12PlaneWithKernel(ZpakContext* context, const ZpakConfig& config,
-                               const Nv12PlaneWalk& plane, TileKernel kernel, TileKind kind) {
+                               const Nv12PlaneWalk& plane, const TileDecodeKernels& kernels,
+                               TileKind kind) {
   const PlaneWalk& walk = *plane.walk;
   PaddedTile padded{};
   alignas(32) uint8_t tile[kSlotBytes];
   const uint64_t rowLimit = plane.rowLimit - plane.origin;  // in output rows
+  const bool streaming =
+      StreamsOutput((plane.band.end - plane.band.first) * walk.tileHeight * plane.pitch,
+                    plane.output, plane.pitch);
   for (uint64_t tr = plane.band.first; tr < plane.band.end; ++tr) {
     const uint64_t row = walk.tileHeight * tr - plane.origin;
     const bool wholeRows = row + walk.tileHeight <= rowLimit;
     const TileRowAddresses addresses = RowAddresses(context->addressTables, tr);
     for (uint64_t tc = 0; tc < plane.tilesPerRow; ++tc) {
-      const uint32_t metadataByte =
-          FetchTile(addresses, config, plane.data, plane.meta, tc, padded.bytes);
+      PrefetchAhead(addresses, config, plane.data, plane.meta, tc + kPrefetchTiles,
+                    tc + 2 * kPrefetchTiles);
+      if (!streaming && wholeRows &&
+          walk.tileRowBytes * (tc + kPrefetchTiles + 1) <= plane.columnLimit) {
+        PrefetchRows(plane.output + row * plane.pitch + walk.tileRowBytes * (tc + kPrefetchTiles),
+                     plane.pitch, walk.tileHeight, walk.tileRowBytes);
+      }
+      const TileLocation at = LocateTile(addresses, config, plane.meta, tc);
       const uint64_t column = walk.tileRowBytes * tc;
       if (wholeRows && column + walk.tileRowBytes <= plane.columnLimit) {
-        ExpandTile(kernel, kind, metadataByte, padded.bytes,
-                   plane.output + row * plane.pitch + column, plane.pitch);
+        ExpandStoredTile(kernels, kind, at, plane.data, &padded,
+                         plane.output + row * plane.pitch + column, plane.pitch, streaming);
         continue;
       }
-      ExpandTile(kernel, kind, metadataByte, padded.bytes, tile, walk.tileRowBytes);
-      const TilePlacement at{row, column, walk.tileHeight, walk.tileRowBytes};
-      StoreClippedTile(tile, at, plane.output, plane.pitch, rowLimit, plane.columnLimit);
+      ExpandStoredTile(kernels, kind, at, plane.data, &padded, tile, walk.tileRowBytes);
+      const TilePlacement place{row, column, walk.tileHeight, walk.tileRowBytes};
+      StoreClippedTile(tile, place, plane.output, plane.pitch, rowLimit, plane.columnLimit);
     }
   }
+  if (streaming) kernels.finishStreaming();
   // The context's tile buffers end as the general decoder leaves them.
   if (plane.band.end == plane.tileRows) {
     FetchAndExpandTile(context, config, plane.data, plane.meta, walk, plane.tileRows - 1,
@@ -163,7 +191,7 @@ void DecodeNv12PlaneWithKernel(ZpakContext* context, const ZpakConfig& config,
 }
 
 void DecodeNv12Plane(ZpakContext* context, const ZpakConfig& config, const Nv12PlaneWalk& plane,
-                     TileKernel kernel) {
+                     const TileDecodeKernels* kernels) {
   if (plane.band.first >= plane.band.end || plane.tilesPerRow == 0) return;
   // Tiles of a band that starts past the plane's last row store nothing.
   if (plane.origin >= plane.rowLimit) return;
@@ -172,8 +200,8 @@ void DecodeNv12Plane(ZpakContext* context, const ZpakConfig& config, const Nv12P
   context->contextFormat = kContextNv12;
   context->planeIndex = plane.planeIndex;
   TileKind kind;
-  if (UsesTileKernel(*context, config, kernel, &kind)) {
-    DecodeNv12PlaneWithKernel(context, config, plane, kernel, kind);
+  if (UsesTileKernel(*context, config, kernels, &kind)) {
+    DecodeNv12PlaneWithKernel(context, config, plane, *kernels, kind);
     return;
   }
   for (uint64_t tr = plane.band.first; tr < plane.band.end; ++tr) {
@@ -191,8 +219,9 @@ void DecodeNv12Plane(ZpakContext* context, const ZpakConfig& config, const Nv12P
 // right after width x height luma bytes, at the width rounded up to even.
 // Only the band's plane and tile rows are decoded; a band of the chroma
 // plane writes its rows from the output's start.
-uint64_t DecodeNv12Frame(ZpakContext* context, const ZpakConfig& config, TileKernel kernel,
-                         const TileRowBand& band, const BandWindow* window) {
+uint64_t DecodeNv12Frame(ZpakContext* context, const ZpakConfig& config,
+                         const TileDecodeKernels* kernels, const TileRowBand& band,
+                         const BandWindow* window) {
   const uint64_t width = config.width;
   const uint64_t height = config.height;
   const uint64_t tilesPerRow = CeilDiv(width, kLumaWalk.tileWidth);
@@ -219,7 +248,7 @@ uint64_t DecodeNv12Frame(ZpakContext* context, const ZpakConfig& config, TileKer
                              .columnLimit = width,
                              .band = rows,
                              .origin = kLumaWalk.tileHeight * rows.first};
-    DecodeNv12Plane(context, config, luma, kernel);
+    DecodeNv12Plane(context, config, luma, kernels);
   }
   if (band.plane == kWholeFrame || band.plane == kChromaPlane) {
     // The chroma tiles reuse the luma tables: chroma tile row r is table row r.
@@ -243,42 +272,41 @@ uint64_t DecodeNv12Frame(ZpakContext* context, const ZpakConfig& config, TileKer
                                .columnLimit = chromaPitch,
                                .band = rows,
                                .origin = kChromaWalk.tileHeight * rows.first};
-    DecodeNv12Plane(context, config, chroma, kernel);
+    DecodeNv12Plane(context, config, chroma, kernels);
   }
   return config.stride;
 }
 
 }  // namespace
 
-uint64_t DecodeZpakFrameBandWithKernel(ZpakContext* context, const ZpakConfig* config,
-                                       const TileRowBand& band, TileKernel kernel) {
+uint64_t DecodeZpakFrameBandWithKernels(ZpakContext* context, const ZpakConfig* config,
+                                        const TileRowBand& band, const TileDecodeKernels* kernels) {
   if (context == nullptr || config == nullptr || config->enable == 0) return 0;
   if (config->bypass != 0) return config->stride;
-  if (!TileKernelAvailable(kernel)) kernel = TileKernel::kPlain;
   if (config->surfaceFormat == kSurfaceRgba8888) {
     if (band.plane == kChromaPlane) return config->stride;  // no such plane
     const TileRowBand whole{kLumaPlane, 0, UINT64_MAX};
-    return DecodeRgba8888Frame(context, *config, kernel, band.plane == kWholeFrame ? whole : band,
+    return DecodeRgba8888Frame(context, *config, kernels, band.plane == kWholeFrame ? whole : band,
                                nullptr);
   }
   if (config->surfaceFormat == kSurfaceNv12) {
-    return DecodeNv12Frame(context, *config, kernel, band, nullptr);
+    return DecodeNv12Frame(context, *config, kernels, band, nullptr);
   }
   return config->stride;
 }
 
-uint64_t DecodeZpakFrameWithKernel(ZpakContext* context, const ZpakConfig* config,
-                                   TileKernel kernel) {
-  return DecodeZpakFrameBandWithKernel(context, config, TileRowBand{kWholeFrame, 0, 0}, kernel);
+uint64_t DecodeZpakFrameWithKernels(ZpakContext* context, const ZpakConfig* config,
+                                    const TileDecodeKernels* kernels) {
+  return DecodeZpakFrameBandWithKernels(context, config, TileRowBand{kWholeFrame, 0, 0}, kernels);
 }
 
 uint64_t DecodeZpakFrame(ZpakContext* context, const ZpakConfig* config) {
-  return DecodeZpakFrameWithKernel(context, config, BestTileKernel());
+  return DecodeZpakFrameWithKernels(context, config, &ActiveTileDecodeKernels());
 }
 
 uint64_t DecodeZpakFrameBand(ZpakContext* context, const ZpakConfig* config,
                              const TileRowBand& band) {
-  return DecodeZpakFrameBandWithKernel(context, config, band, BestTileKernel());
+  return DecodeZpakFrameBandWithKernels(context, config, band, &ActiveTileDecodeKernels());
 }
 
 bool ZpakBandWindow(ZpakContext* context, const ZpakConfig& config, const TileRowBand& band,
@@ -320,10 +348,10 @@ uint64_t DecodeZpakFrameBandFromWindow(ZpakContext* context, const ZpakConfig* c
   if (context == nullptr || config == nullptr || config->enable == 0) return 0;
   if (config->bypass != 0) return config->stride;
   if (config->surfaceFormat == kSurfaceNv12 && band.plane != kWholeFrame) {
-    return DecodeNv12Frame(context, *config, BestTileKernel(), band, &window);
+    return DecodeNv12Frame(context, *config, &ActiveTileDecodeKernels(), band, &window);
   }
   if (config->surfaceFormat != kSurfaceRgba8888 || band.plane != kLumaPlane) return config->stride;
-  return DecodeRgba8888Frame(context, *config, BestTileKernel(), band, &window);
+  return DecodeRgba8888Frame(context, *config, &ActiveTileDecodeKernels(), band, &window);
 }
 
 uint64_t ZpakPlaneTileRows(const ZpakConfig& config, uint64_t plane) {

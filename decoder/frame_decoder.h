@@ -61,17 +61,18 @@ uint64_t DecodeZpakFrameRgb565BandFromWindow(ZpakContext* context, const ZpakCon
 uint64_t ZpakPlaneTileRows(const ZpakConfig& config, uint64_t plane);
 uint64_t ZpakRgb565TileRows(const ZpakConfig& config);
 
-// The same decoders with a chosen tile kernel (the plain functions use the
-// fastest this processor runs); every kernel writes the same bytes and leaves
-// the context as the general decoder does. An unavailable vector kernel runs
-// as the portable one.
-uint64_t DecodeZpakFrameWithKernel(ZpakContext* context, const ZpakConfig* config,
-                                   TileKernel kernel);
-uint64_t DecodeZpakFrameRgb565WithKernel(ZpakContext* context, const ZpakConfig* config,
-                                         TileKernel kernel);
-uint64_t DecodeZpakFrameBandWithKernel(ZpakContext* context, const ZpakConfig* config,
-                                       const TileRowBand& band, TileKernel kernel);
-uint64_t DecodeZpakFrameRgb565BandWithKernel(ZpakContext* context, const ZpakConfig* config,
-                                             const TileRowBand& band, TileKernel kernel);
+// The same decoders with a chosen table of tile kernels (the functions above
+// use ActiveTileDecodeKernels()), or with the general tile decoder for every
+// tile when `kernels` is null. Every table writes the same bytes and leaves
+// the context as the general decoder does.
+uint64_t DecodeZpakFrameWithKernels(ZpakContext* context, const ZpakConfig* config,
+                                    const TileDecodeKernels* kernels);
+uint64_t DecodeZpakFrameRgb565WithKernels(ZpakContext* context, const ZpakConfig* config,
+                                          const TileDecodeKernels* kernels);
+uint64_t DecodeZpakFrameBandWithKernels(ZpakContext* context, const ZpakConfig* config,
+                                        const TileRowBand& band, const TileDecodeKernels* kernels);
+uint64_t DecodeZpakFrameRgb565BandWithKernels(ZpakContext* context, const ZpakConfig* config,
+                                              const TileRowBand& band,
+                                              const TileDecodeKernels* kernels);
 
 }  // namespace pelcast

@@ -87,36 +87,50 @@ void DecodeHalvesExactly(ZpakContext* context, const ZpakConfig& config, const R
   }
 }
 
+// Tiles (pairs of halves) a walk asks the cache for ahead of decoding them.
+constexpr uint64_t kPrefetchTiles = 8;
+
 // Half tiles inside the plane are expanded in place, the ones the edges cut
 // through a tile buffer and the clipped copy. A half tile's 128 stored bytes
 // are followed by zeros, as in the general walk's tile buffer.
 void DecodeHalvesWithKernel(ZpakContext* context, const ZpakConfig& config, const Rgb565Walk& walk,
-                            TileKernel kernel) {
+                            const TileDecodeKernels& kernels) {
   PaddedTile padded{};
   alignas(32) uint8_t tile[kHalfTileBytes];
   const TileAddressTables& tables = context->addressTables;
+  const bool streaming =
+      StreamsOutput((walk.end - walk.first) * kTileRows * walk.pitch, config.linearY, walk.pitch);
   for (uint64_t tr = walk.first; tr < walk.end; ++tr) {
     const uint64_t row = kTileRows * tr - walk.origin;
     const bool wholeRows = row + kTileRows <= walk.height - walk.origin;
     const TileRowAddresses addresses = RowAddresses(tables, tr);
     for (uint64_t tc = 0; tc < walk.tilesPerRow; ++tc) {
+      PrefetchBytes(walk.data, SlotAt(addresses, tc + kPrefetchTiles) * kSlotBytes, kSlotBytes);
+      PrefetchBytes(walk.meta, MetaOffsetAt(addresses, kHalvesPerTile * (tc + kPrefetchTiles)), 2);
+      const uint64_t aheadColumn = kHalvesPerTile * kHalfTileRowBytes * (tc + kPrefetchTiles);
+      if (!streaming && wholeRows &&
+          aheadColumn + kHalvesPerTile * kHalfTileRowBytes <= walk.pitch) {
+        PrefetchRows(config.linearY + row * walk.pitch + aheadColumn, walk.pitch, kTileRows,
+                     kHalvesPerTile * kHalfTileRowBytes);
+      }
       const uint64_t slot = SlotAt(addresses, tc);
       for (uint64_t half = 0; half < kHalvesPerTile; ++half) {
-        FetchStoredBytes<kHalfTileBytes>(walk.data, slot * kSlotBytes + kHalfTileBytes * half,
-                                         padded.bytes);
-        const uint32_t metadataByte =
-            FetchMetadataByte(walk.meta, MetaOffsetAt(addresses, kHalvesPerTile * tc + half));
+        const TileLocation at{
+            slot * kSlotBytes + kHalfTileBytes * half,
+            FetchMetadataByte(walk.meta, MetaOffsetAt(addresses, kHalvesPerTile * tc + half))};
         const uint64_t column = kHalvesPerTile * kHalfTileRowBytes * tc + kHalfTileRowBytes * half;
         if (wholeRows && column + kHalfTileRowBytes <= walk.pitch) {
-          ExpandTile(kernel, TileKind::kRgb565, metadataByte, padded.bytes,
-                     config.linearY + row * walk.pitch + column, walk.pitch);
+          ExpandStoredTile(kernels, TileKind::kRgb565, at, walk.data, &padded,
+                           config.linearY + row * walk.pitch + column, walk.pitch, streaming);
           continue;
         }
-        ExpandTile(kernel, TileKind::kRgb565, metadataByte, padded.bytes, tile, kHalfTileRowBytes);
+        ExpandStoredTile(kernels, TileKind::kRgb565, at, walk.data, &padded, tile,
+                         kHalfTileRowBytes);
         StoreHalfTile(tile, config, walk, tr, tc, half);
       }
     }
   }
+  if (streaming) kernels.finishStreaming();
   // The context's tile buffers end as the general decoder leaves them.
   if (walk.end == walk.tileRows) {
     DecodeHalfTile(context, config, walk.data, walk.meta, walk.tileRows - 1, walk.tilesPerRow - 1,
@@ -125,7 +139,7 @@ void DecodeHalvesWithKernel(ZpakContext* context, const ZpakConfig& config, cons
 }
 
 uint64_t DecodeRgb565Band(ZpakContext* context, const ZpakConfig* config, const TileRowBand& band,
-                          TileKernel kernel, const BandWindow* window) {
+                          const TileDecodeKernels* kernels, const BandWindow* window) {
   if (context == nullptr || config == nullptr || config->enable == 0) return 0;
   if (config->bypass != 0) return config->stride;
   const uint64_t tileRows = CeilDiv(config->height, kTileRows);
@@ -149,15 +163,14 @@ uint64_t DecodeRgb565Band(ZpakContext* context, const ZpakConfig* config, const 
       data,           meta,  tileRows, tilesPerRow,      kBytesPerPixel * config->width,
       config->height, first, end,      kTileRows * first};
   if (tilesPerRow == 0 || first >= end) return config->stride;
-  if (!TileKernelAvailable(kernel)) kernel = TileKernel::kPlain;
   if (config->altAddressing == 0) {
     // Every half tile is decoded with the same format and plane.
     context->contextFormat = kContextRgb565;
     context->planeIndex = 0;
   }
   TileKind kind;
-  if (UsesTileKernel(*context, *config, kernel, &kind) && kind == TileKind::kRgb565) {
-    DecodeHalvesWithKernel(context, *config, walk, kernel);
+  if (UsesTileKernel(*context, *config, kernels, &kind) && kind == TileKind::kRgb565) {
+    DecodeHalvesWithKernel(context, *config, walk, *kernels);
   } else {
     DecodeHalvesExactly(context, *config, walk);
   }
@@ -166,9 +179,10 @@ uint64_t DecodeRgb565Band(ZpakContext* context, const ZpakConfig* config, const 
 
 }  // namespace
 
-uint64_t DecodeZpakFrameRgb565BandWithKernel(ZpakContext* context, const ZpakConfig* config,
-                                             const TileRowBand& band, TileKernel kernel) {
-  return DecodeRgb565Band(context, config, band, kernel, nullptr);
+uint64_t DecodeZpakFrameRgb565BandWithKernels(ZpakContext* context, const ZpakConfig* config,
+                                              const TileRowBand& band,
+                                              const TileDecodeKernels* kernels) {
+  return DecodeRgb565Band(context, config, band, kernels, nullptr);
 }
 
 bool ZpakRgb565BandWindow(ZpakContext* context, const ZpakConfig& config, const TileRowBand& band,
@@ -203,22 +217,22 @@ bool ZpakRgb565BandWindow(ZpakContext* context, const ZpakConfig& config, const 
 
 uint64_t DecodeZpakFrameRgb565BandFromWindow(ZpakContext* context, const ZpakConfig* config,
                                              const TileRowBand& band, const BandWindow& window) {
-  return DecodeRgb565Band(context, config, band, BestTileKernel(), &window);
+  return DecodeRgb565Band(context, config, band, &ActiveTileDecodeKernels(), &window);
 }
 
-uint64_t DecodeZpakFrameRgb565WithKernel(ZpakContext* context, const ZpakConfig* config,
-                                         TileKernel kernel) {
-  return DecodeZpakFrameRgb565BandWithKernel(context, config, TileRowBand{kWholeFrame, 0, 0},
-                                             kernel);
+uint64_t DecodeZpakFrameRgb565WithKernels(ZpakContext* context, const ZpakConfig* config,
+                                          const TileDecodeKernels* kernels) {
+  return DecodeZpakFrameRgb565BandWithKernels(context, config, TileRowBand{kWholeFrame, 0, 0},
+                                              kernels);
 }
 
 uint64_t DecodeZpakFrameRgb565(ZpakContext* context, const ZpakConfig* config) {
-  return DecodeZpakFrameRgb565WithKernel(context, config, BestTileKernel());
+  return DecodeZpakFrameRgb565WithKernels(context, config, &ActiveTileDecodeKernels());
 }
 
 uint64_t DecodeZpakFrameRgb565Band(ZpakContext* context, const ZpakConfig* config,
                                    const TileRowBand& band) {
-  return DecodeZpakFrameRgb565BandWithKernel(context, config, band, BestTileKernel());
+  return DecodeZpakFrameRgb565BandWithKernels(context, config, band, &ActiveTileDecodeKernels());
 }
 
 uint64_t ZpakRgb565TileRows(const ZpakConfig& config) { return CeilDiv(config.height, kTileRows); }

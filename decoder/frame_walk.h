@@ -50,8 +50,7 @@ inline PlaneSource OffsetPlaneSource(const PlaneSource& source, uint64_t offset)
   if (offset >= source.available || offset >= source.loaded || source.origin != 0) {
     return kEmptyPlane;
   }
-  return PlaneSource{source.base + offset, source.available - offset, 0,
-                     source.loaded - offset};
+  return PlaneSource{source.base + offset, source.available - offset, 0, source.loaded - offset};
 }
 
 // Bytes from `offset` on that can be copied from `source`: inside the frame
@@ -109,87 +108,121 @@ inline void StoreClippedTile(const uint8_t* tile, const TilePlacement& at, uint8
   }
 }
 
-// A tile's stored bytes and the zeros after them that the tile kernels read
-// past a short stream. Only the stored part is rewritten per tile.
+// A tile's staged bytes and the zeros after them that the tile kernels read
+// past a short stream. Only the staged part is rewritten per tile.
 struct PaddedTile {
   alignas(64) uint8_t bytes[kPaddedTileBytes];
 };
 
-// Copies `kCount` bytes from `offset` into `destination`: one fixed-size copy
-// when they all lie inside the frame buffer, zeros past its end otherwise.
-template <uint64_t kCount>
-inline void FetchStoredBytes(const PlaneSource& source, uint64_t offset, uint8_t* destination) {
-  const uint8_t* from = nullptr;
-  if (BytesAt(source, offset, kCount, &from) == kCount) {
-    std::memcpy(destination, from, kCount);
-  } else {
-    FetchPlaneBytes(source, offset, kCount, destination);
+inline constexpr uint64_t kBitsPerByte = 8;
+
+// Asks for `count` bytes from `offset` of a plane to be brought into the
+// cache, when they are loaded. Inlined always: a call of a function that
+// only prefetches counts as free of effects and would be dropped.
+[[gnu::always_inline]] inline void PrefetchBytes(const PlaneSource& source, uint64_t offset,
+                                                 uint64_t count) {
+  constexpr uint64_t kLineBytes = 64;
+  if (offset < source.origin || offset - source.origin >= source.loaded ||
+      source.loaded - (offset - source.origin) < count) {
+    return;
+  }
+  const uint8_t* at = source.base + (offset - source.origin);
+  for (uint64_t line = 0; line < count; line += kLineBytes) __builtin_prefetch(at + line);
+}
+
+// Asks for the rows a tile ahead will be written to, for writing: a frame
+// larger than the cache is otherwise read row line by row line as the tiles
+// store to it.
+[[gnu::always_inline]] inline void PrefetchRows(uint8_t* first, uint64_t pitch, uint64_t rows,
+                                                uint64_t rowBytes) {
+  constexpr uint64_t kLineBytes = 64;
+  constexpr int kForWriting = 1;
+  for (uint64_t y = 0; y < rows; ++y) {
+    for (uint64_t x = 0; x < rowBytes; x += kLineBytes) {
+      __builtin_prefetch(first + y * pitch + x, kForWriting);
+    }
   }
 }
 
-// The addresses of one tile row, looked up once for the row. Lookups of its
-// tiles give exactly what TileSlot and TileMetaOffset give: a metadata
-// offset is a row part plus a column part (MetaByteOffset(row, 0, T) +
-// MetaByteOffset(0, column, T)), and both are 0 outside the tables.
-struct TileRowAddresses {
-  const uint64_t* slots;  // the row of the slot table; null outside it
-  uint64_t slotColumns;   // 0 outside the slot table
-  uint64_t metaRowBase;
-  uint64_t metaColumns;   // 0 outside the metadata table
+// Where a tile of the row starts in its data plane, honouring the half-slot
+// rule, and its metadata byte.
+struct TileLocation {
+  uint64_t offset;
+  uint32_t metadataByte;
 };
 
-inline TileRowAddresses RowAddresses(const TileAddressTables& tables, uint64_t row) {
-  TileRowAddresses a{nullptr, 0, 0, 0};
-  if (!tables.valid) return a;
-  if (row < tables.layout.tileRows) {
-    a.slots = tables.slots + row * tables.slotColumns;
-    a.slotColumns = tables.slotColumns;
-  }
-  if (row < tables.layout.metaRows) {
-    a.metaRowBase = MetaByteOffset(row, 0, tables.layout.metaTilesPerRow);
-    a.metaColumns = tables.metaColumns;
-  }
-  return a;
-}
-
-inline uint64_t SlotAt(const TileRowAddresses& a, uint64_t column) {
-  return column < a.slotColumns ? a.slots[column] : 0;
-}
-
-inline uint64_t MetaOffsetAt(const TileRowAddresses& a, uint64_t column) {
-  return column < a.metaColumns ? a.metaRowBase + MetaByteOffset(0, column, 0) : 0;
-}
-
-// Copies the 256 bytes of a tile of the row that the tile decoder is given,
-// honouring the half-slot rule, and returns the tile's metadata byte.
-inline uint32_t FetchTile(const TileRowAddresses& row, const ZpakConfig& config,
-                          const PlaneSource& data, const PlaneSource& meta, uint64_t column,
-                          uint8_t* stored) {
+inline TileLocation LocateTile(const TileRowAddresses& row, const ZpakConfig& config,
+                               const PlaneSource& meta, uint64_t column) {
   const uint64_t slot = SlotAt(row, column);
   const uint32_t metadataByte = FetchMetadataByte(meta, MetaOffsetAt(row, column));
-  FetchStoredBytes<kSlotBytes>(data, TileByteOffset(slot, metadataByte, config), stored);
-  return metadataByte;
+  return TileLocation{TileByteOffset(slot, metadataByte, config), metadataByte};
 }
 
-// True when the frame's tiles of the context's current plane go through a
-// specialised kernel: a configured plane, tiles that are decoded (not taken
-// as uncompressed by the alternative addressing) and a kernel that is not the
-// general decoder.
+// Asks for what tiles ahead of the walk will read, so that their loads do
+// not wait: the stored bytes of the tile at `column`, as far as its metadata
+// byte says they reach, and the metadata byte of the tile at `metaColumn`,
+// further ahead, which the stored bytes cannot even be addressed without. The
+// walk jumps within and between macro tiles and metadata tiles in ways the
+// processor's own prefetchers do not follow.
+[[gnu::always_inline]] inline void PrefetchAhead(const TileRowAddresses& row,
+                                                 const ZpakConfig& config, const PlaneSource& data,
+                                                 const PlaneSource& meta, uint64_t column,
+                                                 uint64_t metaColumn) {
+  PrefetchBytes(meta, MetaOffsetAt(row, metaColumn), 1);
+  const TileLocation at = LocateTile(row, config, meta, column);
+  const int64_t units = UnitsOfMetadata(at.metadataByte, false);
+  const uint64_t reach =
+      units >= 1 && units <= kRawTileUnits ? StoredBytesForUnits(units) : kSlotBytes;
+  PrefetchBytes(data, at.offset, reach);
+}
+
+// True when the frame's tiles of the context's current plane go through the
+// kernel table: a configured plane, tiles that are decoded (not taken as
+// uncompressed by the alternative addressing) and a table rather than the
+// general decoder (null).
 inline bool UsesTileKernel(const ZpakContext& context, const ZpakConfig& config,
-                           TileKernel kernel, TileKind* kind) {
-  return kernel != TileKernel::kExact && config.altAddressing == 0 &&
-         FindTileKind(context, kind);
+                           const TileDecodeKernels* kernels, TileKind* kind) {
+  return kernels != nullptr && config.altAddressing == 0 && FindTileKind(context, kind);
 }
 
-// Expands one fetched tile (raw or compressed, as its metadata byte says)
-// into raster rows `pitch` bytes apart.
-inline void ExpandTile(TileKernel kernel, TileKind kind, uint32_t metadataByte,
-                       const uint8_t* padded, uint8_t* out, uint64_t pitch) {
-  if (IsRawTile(kind, metadataByte)) {
-    ExpandRawTile(kind, padded, out, pitch);
-  } else {
-    DecodeCompressedTile(kernel, kind, padded, out, pitch);
+// Expands the tile whose stored bytes start `at.offset` bytes into `data`
+// (raw or compressed, as its metadata byte says) into raster rows `pitch`
+// bytes apart. The bytes are read where they lie when every byte a kernel
+// may read is inside the loaded frame; otherwise, and for a stream that runs
+// past the staged bytes (a corrupt one), from `padded`, a copy of the staged
+// bytes followed by zeros as the general decoder sees them. Only the staged
+// part of `padded` is ever written.
+inline void ExpandStoredTile(const TileDecodeKernels& kernels, TileKind kind,
+                             const TileLocation& at, const PlaneSource& data, PaddedTile* padded,
+                             uint8_t* out, uint64_t pitch, bool streaming = false) {
+  const uint64_t staged = StagedTileBytes(kind);
+  const auto k = static_cast<size_t>(kind);
+  const ExpandRawRoutine expandRaw =
+      streaming ? kernels.expandRawStreamed[k] : kernels.expandRaw[k];
+  const DecodeTileRoutine decode = streaming ? kernels.decodeStreamed[k] : kernels.decode[k];
+  const uint8_t* from = nullptr;
+  const uint64_t inside = BytesAt(data, at.offset, kPaddedTileBytes, &from);
+  if (IsRawTile(kind, at.metadataByte)) {
+    if (inside >= staged) {
+      expandRaw(from, out, pitch);
+      return;
+    }
+    FetchPlaneBytes(data, at.offset, staged, padded->bytes);
+    expandRaw(padded->bytes, out, pitch);
+    return;
   }
+  if (inside == kPaddedTileBytes && decode(from, out, pitch) <= staged * kBitsPerByte) return;
+  FetchPlaneBytes(data, at.offset, staged, padded->bytes);
+  decode(padded->bytes, out, pitch);
+}
+
+// True when a walk writing `bytes` output bytes to rows starting at `out`,
+// `pitch` apart, streams them (see TileDecodeKernels): far more than the
+// cache holds, and aligned.
+inline bool StreamsOutput(uint64_t bytes, const uint8_t* out, uint64_t pitch) {
+  constexpr uint64_t kAlignment = 16;
+  return bytes >= kStreamedOutputBytes &&
+         ((reinterpret_cast<uintptr_t>(out) | pitch) & (kAlignment - 1)) == 0;
 }
 
 }  // namespace pelcast

@@ -1,10 +1,15 @@
-// The kernel choice, the plane match, raw tiles and the portable kernel.
+// The kernel tables, the plane match, raw tiles and the portable kernel.
 #include "decoder/tile_kernels.h"
 
 #include <algorithm>
 #include <array>
 #include <cstring>
 
+#include "common/cpu.h"
+
+#if defined(__x86_64__)
+#include <emmintrin.h>
+#endif
 #include "decoder/micro_block.h"
 #include "decoder/tile_fields.h"
 
@@ -71,15 +76,6 @@ bool KindOfLayout(uint64_t contextFormat, uint64_t planeIndex, TileKind* kind) {
   }
 }
 
-bool CpuHasAvx2() {
-#if defined(__x86_64__)
-  __builtin_cpu_init();
-  return __builtin_cpu_supports("avx2") && __builtin_cpu_supports("bmi2");
-#else
-  return false;
-#endif
-}
-
 // Micro-block order to raster rows; horizontally adjacent element pairs stay
 // adjacent in micro-block order, so pairs move whole.
 template <size_t kElementBytes, size_t kRowElements, size_t kRows>
@@ -108,7 +104,8 @@ struct SeriesSamples {
   uint16_t s[kMaxSeries][kBlockRows * kBlockColumns];
 };
 
-void ReconstructPlain(const uint8_t* padded, const TileFields& f, SeriesSamples* out) {
+// Returns the bit position after the last residual.
+uint64_t ReconstructPlain(const uint8_t* padded, const TileFields& f, SeriesSamples* out) {
   uint16_t above[kMaxSeries][kBlockColumns];
   for (uint32_t s = 0; s < kMaxSeries; ++s) std::fill_n(above[s], kBlockColumns, f.base[s]);
   uint64_t position = f.residualStart;
@@ -137,30 +134,11 @@ void ReconstructPlain(const uint8_t* padded, const TileFields& f, SeriesSamples*
       }
     }
   }
+  return position;
 }
 
-// The inverse colour transform on exact samples, clamped to N bits.
-struct Rgb {
-  int32_t first, second, third;
-};
-
-inline Rgb InverseColour(uint16_t s0, uint16_t s1, uint16_t s2, int32_t sampleBits) {
-  const int32_t offset = 1 << sampleBits;
-  const int32_t maximum = offset - 1;
-  const int32_t co = static_cast<int16_t>(s1) - offset;
-  const int32_t cg = static_cast<int16_t>(s2) - offset;
-  const int32_t t = static_cast<int16_t>(s0) - (cg >> 1);
-  const int32_t third = t - (co >> 1);
-  const int32_t second = t + cg;
-  const int32_t first = third + co;
-  return {std::clamp(first, 0, maximum), std::clamp(second, 0, maximum),
-          std::clamp(third, 0, maximum)};
-}
-
-constexpr int32_t kRgbaSampleBits = 8;
-constexpr int32_t kRgb565SampleBits = 5;
-constexpr uint32_t kGreenShift = 5;
-constexpr uint32_t kRedShift = 11;
+// A wrapped 16-bit sample as the exact value it stands for (see the header).
+inline int32_t Signed(uint16_t sample) { return static_cast<int16_t>(sample); }
 
 void StoreRgbaPlain(const TileFields& f, const SeriesSamples& v, uint8_t* out, uint64_t pitch) {
   for (uint32_t y = 0; y < kBlockRows; ++y) {
@@ -169,7 +147,8 @@ void StoreRgbaPlain(const TileFields& f, const SeriesSamples& v, uint8_t* out, u
       const uint32_t i = kBlockColumns * y + x;
       uint8_t* pixel = row + 4 * x;
       if (f.colourFlag != 0) {
-        const Rgb c = InverseColour(v.s[0][i], v.s[1][i], v.s[2][i], kRgbaSampleBits);
+        const Rgb c =
+            InverseColour(Signed(v.s[0][i]), Signed(v.s[1][i]), Signed(v.s[2][i]), kRgbaSampleBits);
         pixel[0] = static_cast<uint8_t>(c.first);
         pixel[1] = static_cast<uint8_t>(c.second);
         pixel[2] = static_cast<uint8_t>(c.third);
@@ -210,7 +189,8 @@ void StoreRgb565Plain(const TileFields& f, const SeriesSamples& v, uint8_t* out,
       const uint32_t i = kBlockColumns * y + x;
       uint32_t c0 = v.s[0][i], c1 = v.s[1][i], c2 = v.s[2][i];
       if (f.colourFlag != 0) {
-        const Rgb c = InverseColour(v.s[0][i], v.s[1][i], v.s[2][i], kRgb565SampleBits);
+        const Rgb c = InverseColour(Signed(v.s[0][i]), Signed(v.s[1][i]), Signed(v.s[2][i]),
+                                    kRgb565SampleBits);
         c0 = static_cast<uint32_t>(c.first);
         c1 = static_cast<uint32_t>(c.second);
         c2 = static_cast<uint32_t>(c.third);
@@ -222,68 +202,107 @@ void StoreRgb565Plain(const TileFields& f, const SeriesSamples& v, uint8_t* out,
   }
 }
 
+template <TileKind K>
+uint32_t DecodePlain(const uint8_t* stream, uint8_t* out, uint64_t pitch) {
+  TileFields f;
+  ReadTileFields(K, stream, &f);
+  if (CodesAllZero(stream, f.residualStart - kGroups * kCodeBits * f.series, f.series)) {
+    StoreConstantTile<K>(f, out, pitch);
+    return static_cast<uint32_t>(f.residualStart);
+  }
+  SeriesSamples samples;
+  const uint64_t end = ReconstructPlain(stream, f, &samples);
+  if constexpr (K == TileKind::kRgba8888) {
+    StoreRgbaPlain(f, samples, out, pitch);
+  } else if constexpr (K == TileKind::kNv12Luma) {
+    StoreLumaPlain(samples, out, pitch);
+  } else if constexpr (K == TileKind::kNv12Chroma) {
+    StoreChromaPlain(samples, out, pitch);
+  } else {
+    StoreRgb565Plain(f, samples, out, pitch);
+  }
+  return static_cast<uint32_t>(end);
+}
+
+void FinishStreamingPlain() {}
+
+#if defined(__x86_64__)
+// Orders the streamed stores before every later store, so that whoever is
+// told the output is ready sees it.
+void FinishStreamingSse2() { _mm_sfence(); }
+#endif
+
+#define PELCAST_PLAIN_DECODE                                               \
+  {                                                                        \
+    DecodePlain<TileKind::kRgba8888>, DecodePlain<TileKind::kNv12Luma>,    \
+        DecodePlain<TileKind::kNv12Chroma>, DecodePlain<TileKind::kRgb565> \
+  }
+#define PELCAST_PLAIN_EXPAND \
+  { ExpandRaw<4, 16, 4>, ExpandRaw<1, 32, 8>, ExpandRaw<2, 16, 8>, ExpandRaw<2, 16, 4> }
+
+constexpr TileDecodeKernels kPlainKernels = {
+    "plain",
+    PELCAST_PLAIN_DECODE,
+    PELCAST_PLAIN_EXPAND,
+    PELCAST_PLAIN_DECODE,
+    PELCAST_PLAIN_EXPAND,
+    FinishStreamingPlain,
+};
+
+#if defined(__x86_64__)
+constexpr TileDecodeKernels kAvx2Kernels = {
+    "avx2",
+    {DecodeRgba8888Avx2, DecodeLumaAvx2, DecodeChromaAvx2, DecodeRgb565Avx2},
+    {ExpandRawRgba8888Avx2, ExpandRawLumaAvx2, ExpandRawChromaAvx2, ExpandRawRgb565Avx2},
+    {DecodeRgba8888StreamedAvx2, DecodeLumaStreamedAvx2, DecodeChromaStreamedAvx2,
+     DecodeRgb565StreamedAvx2},
+    {ExpandRawRgba8888StreamedAvx2, ExpandRawLumaStreamedAvx2, ExpandRawChromaStreamedAvx2,
+     ExpandRawRgb565StreamedAvx2},
+    FinishStreamingSse2,
+};
+#endif
+#if defined(__aarch64__)
+constexpr TileDecodeKernels kNeonKernels = {
+    "neon",
+    {DecodeRgba8888Neon, DecodeLumaNeon, DecodeChromaNeon, DecodeRgb565Neon},
+    PELCAST_PLAIN_EXPAND,
+    {DecodeRgba8888Neon, DecodeLumaNeon, DecodeChromaNeon, DecodeRgb565Neon},
+    PELCAST_PLAIN_EXPAND,
+    FinishStreamingPlain,
+};
+#endif
+
+#undef PELCAST_PLAIN_DECODE
+#undef PELCAST_PLAIN_EXPAND
+
+// Widest first, with the features each needs.
+struct KernelChoice {
+  uint32_t features;
+  const TileDecodeKernels* kernels;
+};
+
+constexpr KernelChoice kChoices[] = {
+#if defined(__x86_64__)
+    {kSetAvx2, &kAvx2Kernels},
+#endif
+#if defined(__aarch64__)
+    {kSetNeon, &kNeonKernels},
+#endif
+    {0, &kPlainKernels},
+};
+
 }  // namespace
 
-namespace tile_kernels_detail {
-
-void DecodeCompressedTilePlain(TileKind kind, const uint8_t* padded, uint8_t* out,
-                               uint64_t pitch) {
-  TileFields f;
-  ReadTileFields(kind, padded, &f);
-  SeriesSamples samples;
-  ReconstructPlain(padded, f, &samples);
-  switch (kind) {
-    case TileKind::kRgba8888:
-      StoreRgbaPlain(f, samples, out, pitch);
-      break;
-    case TileKind::kNv12Luma:
-      StoreLumaPlain(samples, out, pitch);
-      break;
-    case TileKind::kNv12Chroma:
-      StoreChromaPlain(samples, out, pitch);
-      break;
-    case TileKind::kRgb565:
-      StoreRgb565Plain(f, samples, out, pitch);
-      break;
+const TileDecodeKernels& TileDecodeKernelsFor(uint32_t features) {
+  for (const KernelChoice& choice : kChoices) {
+    if ((choice.features & ~features) == 0) return *choice.kernels;
   }
+  return kPlainKernels;
 }
 
-// Vector kernels of other architectures; TileKernelAvailable never offers
-// them here.
-#if !defined(__x86_64__)
-void DecodeCompressedTileAvx2(TileKind kind, const uint8_t* padded, uint8_t* out, uint64_t pitch) {
-  DecodeCompressedTilePlain(kind, padded, out, pitch);
-}
-#endif
-#if !defined(__aarch64__)
-void DecodeCompressedTileNeon(TileKind kind, const uint8_t* padded, uint8_t* out, uint64_t pitch) {
-  DecodeCompressedTilePlain(kind, padded, out, pitch);
-}
-#endif
-
-}  // namespace tile_kernels_detail
-
-bool TileKernelAvailable(TileKernel kernel) {
-  static const bool avx2 = CpuHasAvx2();
-  switch (kernel) {
-    case TileKernel::kAvx2:
-      return avx2;
-    case TileKernel::kNeon:
-#if defined(__aarch64__)
-      return true;  // NEON is part of every arm64 processor
-#else
-      return false;
-#endif
-    default:
-      return true;
-  }
-}
-
-TileKernel BestTileKernel() {
-  static const TileKernel best = TileKernelAvailable(TileKernel::kAvx2)   ? TileKernel::kAvx2
-                                 : TileKernelAvailable(TileKernel::kNeon) ? TileKernel::kNeon
-                                                                          : TileKernel::kPlain;
-  return best;
+const TileDecodeKernels& ActiveTileDecodeKernels() {
+  static const TileDecodeKernels& active = TileDecodeKernelsFor(CpuFeatures());
+  return active;
 }
 
 bool FindTileKind(const ZpakContext& context, TileKind* kind) {
@@ -303,36 +322,8 @@ uint64_t TileRowBytes(TileKind kind) {
 
 uint64_t TileRows(TileKind kind) { return LayoutOf(kind).rows; }
 
-void ExpandRawTile(TileKind kind, const uint8_t* stored, uint8_t* out, uint64_t pitch) {
-  switch (kind) {
-    case TileKind::kRgba8888:
-      ExpandRaw<4, 16, 4>(stored, out, pitch);
-      break;
-    case TileKind::kNv12Luma:
-      ExpandRaw<1, 32, 8>(stored, out, pitch);
-      break;
-    case TileKind::kNv12Chroma:
-      ExpandRaw<2, 16, 8>(stored, out, pitch);
-      break;
-    case TileKind::kRgb565:
-      ExpandRaw<2, 16, 4>(stored, out, pitch);
-      break;
-  }
-}
-
-void DecodeCompressedTile(TileKernel kernel, TileKind kind, const uint8_t* padded, uint8_t* out,
-                          uint64_t pitch) {
-  switch (kernel) {
-    case TileKernel::kAvx2:
-      DecodeCompressedTileAvx2(kind, padded, out, pitch);
-      break;
-    case TileKernel::kNeon:
-      DecodeCompressedTileNeon(kind, padded, out, pitch);
-      break;
-    default:
-      DecodeCompressedTilePlain(kind, padded, out, pitch);
-      break;
-  }
+uint64_t StagedTileBytes(TileKind kind) {
+  return kind == TileKind::kRgb565 ? kStoredTileBytes / 2 : kStoredTileBytes;
 }
 
 }  // namespace pelcast

@@ -35,9 +35,18 @@
 //   third = t - (Co >> 1), second = t + Cg = s0 + ceil(Cg / 2) and first =
 //   third + Co = t + ceil(Co / 2) stay within 27107 in magnitude (RGB565:
 //   17283), so the clamps see exact values.
-// * Reads. The stored bytes are followed by zeros up to kPaddedTileBytes,
-//   more than any stream of these planes can ask for, so a read past the
-//   staged bytes meets zeros as in the general reader, without a test.
+// * Reads. A kernel reads at most kPaddedTileBytes from the stream's start
+//   and reports how many bits the stream takes. When the stored bytes are
+//   followed by zeros up to kPaddedTileBytes, more than any stream of these
+//   planes can ask for, a read past the staged bytes meets zeros as in the
+//   general reader, without a test. A stream that ends within the staged
+//   bytes reads nothing past them, so it can be decoded where it lies in the
+//   frame buffer, whatever follows it there; a longer one (only a corrupt
+//   stream is) is decoded again from a zero-padded copy.
+// * Constant tiles. A tile whose bit-length codes are all 0 carries no
+//   residuals: with the gradient predictor every sample of a series is its
+//   base value, so the tile is its base values broadcast (through the
+//   colour transform and packing). Every kernel takes this path first.
 #pragma once
 
 #include <cstddef>
@@ -49,20 +58,7 @@
 namespace pelcast {
 
 enum class TileKind : uint8_t { kRgba8888, kNv12Luma, kNv12Chroma, kRgb565 };
-
-// How a frame decoder expands its tiles.
-enum class TileKernel : uint8_t {
-  kExact,  // the general tile decoder, tile by tile through the context's buffers
-  kPlain,  // the specialised decoder in portable code
-  kAvx2,   // the specialised decoder with AVX2 and BMI2 (x86-64 processors that have them)
-  kNeon,   // the specialised decoder with NEON (arm64)
-};
-
-// True when `kernel` can run on this processor.
-bool TileKernelAvailable(TileKernel kernel);
-
-// The fastest kernel this processor runs, chosen once.
-TileKernel BestTileKernel();
+inline constexpr size_t kTileKindCount = 4;
 
 // Finds the kind of the plane the context's contextFormat and planeIndex
 // select, when that plane's parameters are exactly those configuration gives
@@ -70,9 +66,9 @@ TileKernel BestTileKernel();
 // Any other setting has no kind and goes through the general decoder.
 bool FindTileKind(const ZpakContext& context, TileKind* kind);
 
-// Stored tile bytes plus the zeros that follow them for the reader. The
-// longest stream of these planes (RGBA8888, every group raw at 8 + 9 + 9 + 8
-// bits) is 2404 bits; a 64-bit load at its last field ends below 320 bytes.
+// Bytes a kernel may read from a stream's start. The longest stream of these
+// planes (RGBA8888, every group raw at 8 + 9 + 9 + 8 bits) is 2404 bits; a
+// 64-bit load at its last field ends below 320 bytes.
 inline constexpr size_t kPaddedTileBytes = 320;
 inline constexpr size_t kStoredTileBytes = 256;
 inline constexpr size_t kLongestStreamBits = 2404;
@@ -82,24 +78,72 @@ static_assert((kLongestStreamBits / 8) + sizeof(uint64_t) <= kPaddedTileBytes);
 uint64_t TileRowBytes(TileKind kind);
 uint64_t TileRows(TileKind kind);
 
+// Bytes the frame decoders stage for a tile of the kind: the slot's 256, or
+// the 128 of an RGB565 half tile.
+uint64_t StagedTileBytes(TileKind kind);
+
 // True when the metadata byte marks a raw tile for this kind.
 inline bool IsRawTile(TileKind kind, uint32_t metadataByte) {
   return IsRawMetadata(metadataByte, kind == TileKind::kRgb565);
 }
 
-// Writes a raw tile's stored bytes (micro-block order) as raster rows.
-void ExpandRawTile(TileKind kind, const uint8_t* stored, uint8_t* out, uint64_t pitch);
+// Decodes a compressed tile of one kind from `stream` into raster rows
+// `pitch` bytes apart and returns the bits the stream takes, from its first
+// flag to its last residual. Reads at most kPaddedTileBytes from `stream`.
+using DecodeTileRoutine = uint32_t (*)(const uint8_t* stream, uint8_t* out, uint64_t pitch);
 
-// Decodes a compressed tile from `padded` (kPaddedTileBytes: the staged
-// bytes, then zeros) into raster rows. `kernel` must be kPlain or an
-// available vector kernel.
-void DecodeCompressedTile(TileKernel kernel, TileKind kind, const uint8_t* padded, uint8_t* out,
-                          uint64_t pitch);
+// Writes a raw tile's stored bytes (micro-block order) as raster rows.
+using ExpandRawRoutine = void (*)(const uint8_t* stored, uint8_t* out, uint64_t pitch);
+
+// Makes streamed rows visible, in order, before anything stored later:
+// called once a walk that streamed is done.
+using FinishStreamingRoutine = void (*)();
+
+// The tile decoder's routines for one kernel set, indexed by TileKind. The
+// streamed ones write the same bytes with stores that do not first read the
+// lines they fill, where the processor has them: for outputs far larger than
+// the cache, whose lines would otherwise be read from memory only to be
+// overwritten. They take rows and `pitch` 16-byte aligned.
+struct TileDecodeKernels {
+  const char* name;
+  DecodeTileRoutine decode[kTileKindCount];
+  ExpandRawRoutine expandRaw[kTileKindCount];
+  DecodeTileRoutine decodeStreamed[kTileKindCount];
+  ExpandRawRoutine expandRawStreamed[kTileKindCount];
+  FinishStreamingRoutine finishStreaming;
+};
+
+// A frame walk streams its rows when it writes at least this many output
+// bytes, far more than the cache holds, to rows 16-byte aligned.
+inline constexpr uint64_t kStreamedOutputBytes = uint64_t{12} << 20;
+
+// The routines of the widest set that `features` (common/cpu.h) runs.
+const TileDecodeKernels& TileDecodeKernelsFor(uint32_t features);
+
+// What the frame decoders use: the table of CpuFeatures(), chosen once.
+const TileDecodeKernels& ActiveTileDecodeKernels();
 
 namespace tile_kernels_detail {
-void DecodeCompressedTilePlain(TileKind kind, const uint8_t* padded, uint8_t* out, uint64_t pitch);
-void DecodeCompressedTileAvx2(TileKind kind, const uint8_t* padded, uint8_t* out, uint64_t pitch);
-void DecodeCompressedTileNeon(TileKind kind, const uint8_t* padded, uint8_t* out, uint64_t pitch);
+uint32_t DecodeRgba8888Avx2(const uint8_t* stream, uint8_t* out, uint64_t pitch);
+uint32_t DecodeLumaAvx2(const uint8_t* stream, uint8_t* out, uint64_t pitch);
+uint32_t DecodeChromaAvx2(const uint8_t* stream, uint8_t* out, uint64_t pitch);
+uint32_t DecodeRgb565Avx2(const uint8_t* stream, uint8_t* out, uint64_t pitch);
+void ExpandRawRgba8888Avx2(const uint8_t* stored, uint8_t* out, uint64_t pitch);
+void ExpandRawLumaAvx2(const uint8_t* stored, uint8_t* out, uint64_t pitch);
+void ExpandRawChromaAvx2(const uint8_t* stored, uint8_t* out, uint64_t pitch);
+void ExpandRawRgb565Avx2(const uint8_t* stored, uint8_t* out, uint64_t pitch);
+uint32_t DecodeRgba8888StreamedAvx2(const uint8_t* stream, uint8_t* out, uint64_t pitch);
+uint32_t DecodeLumaStreamedAvx2(const uint8_t* stream, uint8_t* out, uint64_t pitch);
+uint32_t DecodeChromaStreamedAvx2(const uint8_t* stream, uint8_t* out, uint64_t pitch);
+uint32_t DecodeRgb565StreamedAvx2(const uint8_t* stream, uint8_t* out, uint64_t pitch);
+void ExpandRawRgba8888StreamedAvx2(const uint8_t* stored, uint8_t* out, uint64_t pitch);
+void ExpandRawLumaStreamedAvx2(const uint8_t* stored, uint8_t* out, uint64_t pitch);
+void ExpandRawChromaStreamedAvx2(const uint8_t* stored, uint8_t* out, uint64_t pitch);
+void ExpandRawRgb565StreamedAvx2(const uint8_t* stored, uint8_t* out, uint64_t pitch);
+uint32_t DecodeRgba8888Neon(const uint8_t* stream, uint8_t* out, uint64_t pitch);
+uint32_t DecodeLumaNeon(const uint8_t* stream, uint8_t* out, uint64_t pitch);
+uint32_t DecodeChromaNeon(const uint8_t* stream, uint8_t* out, uint64_t pitch);
+uint32_t DecodeRgb565Neon(const uint8_t* stream, uint8_t* out, uint64_t pitch);
 }  // namespace tile_kernels_detail
 
 }  // namespace pelcast

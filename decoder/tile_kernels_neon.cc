@@ -34,8 +34,9 @@ inline uint64_t SpreadFields(uint64_t window, uint32_t width) {
          ((window >> (3 * width)) & mask) << (3 * kLaneBits);
 }
 
+// Returns the bit position after the last residual.
 template <uint32_t S>
-void ReadGroups(const uint8_t* padded, const TileFields& f, GroupLanes* v) {
+uint64_t ReadGroups(const uint8_t* padded, const TileFields& f, GroupLanes* v) {
   uint64_t position = f.residualStart;
   for (uint32_t g = 0; g < kGroups; ++g) {
     for (uint32_t s = 0; s < S; ++s) {
@@ -47,6 +48,7 @@ void ReadGroups(const uint8_t* padded, const TileFields& f, GroupLanes* v) {
     }
     for (uint32_t s = S; s < kMaxSeries; ++s) v->residuals[g][s] = v->raw[g][s] = 0;
   }
+  return position;
 }
 
 inline uint16x8_t LoadLanes(const uint64_t* quarters) {
@@ -112,8 +114,8 @@ void StoreLumaRow(const uint16x8_t low[4], const uint16x8_t high[4], uint8_t* ou
 }
 
 // Chroma: low holds block 0's U and V, high block 1's; U and V interleave.
-void StoreChromaRow(const uint16x8_t low[4], const uint16x8_t high[4], uint8_t* out,
-                    uint64_t pitch, uint32_t y) {
+void StoreChromaRow(const uint16x8_t low[4], const uint16x8_t high[4], uint8_t* out, uint64_t pitch,
+                    uint32_t y) {
   for (uint32_t q = 0; q < kGroupsPerRow; ++q) {
     const uint8x8_t upper = vmovn_u16(low[q]);
     const uint8x8_t lower = vmovn_u16(high[q]);
@@ -171,7 +173,8 @@ void StoreRgbaRow(const TileFields& f, const uint16x8_t low[4], const uint16x8_t
   pixels.val[0] = LowBytes(c[0]);
   pixels.val[1] = LowBytes(c[1]);
   pixels.val[2] = LowBytes(c[2]);
-  pixels.val[3] = f.constantFlag != 0 ? vdupq_n_u8(static_cast<uint8_t>(f.base[3])) : LowBytes(c[3]);
+  pixels.val[3] =
+      f.constantFlag != 0 ? vdupq_n_u8(static_cast<uint8_t>(f.base[3])) : LowBytes(c[3]);
   vst4q_u8(out + y * pitch, pixels);
 }
 
@@ -194,14 +197,19 @@ void StoreRgb565Row(const TileFields& f, const uint16x8_t low[4], const uint16x8
 }
 
 template <TileKind K>
-void DecodeKind(const uint8_t* padded, uint8_t* out, uint64_t pitch) {
+uint32_t DecodeKind(const uint8_t* stream, uint8_t* out, uint64_t pitch) {
   TileFields f;
-  ReadTileFields(K, padded, &f);
+  ReadTileFields(K, stream, &f);
+  if (CodesAllZero(stream, f.residualStart - kGroups * kCodeBits * f.series, f.series)) {
+    StoreConstantTile<K>(f, out, pitch);
+    return static_cast<uint32_t>(f.residualStart);
+  }
   GroupLanes v;
+  uint64_t end;
   if (f.series == kMaxSeries) {
-    ReadGroups<kMaxSeries>(padded, f, &v);
+    end = ReadGroups<kMaxSeries>(stream, f, &v);
   } else {
-    ReadGroups<kMaxSeries - 1>(padded, f, &v);
+    end = ReadGroups<kMaxSeries - 1>(stream, f, &v);
   }
   uint16x8_t low[kGroupsPerRow];
   uint16x8_t high[kGroupsPerRow];
@@ -223,25 +231,25 @@ void DecodeKind(const uint8_t* padded, uint8_t* out, uint64_t pitch) {
       StoreRgb565Row(f, low, high, out, pitch, y);
     }
   }
+  return static_cast<uint32_t>(end);
 }
 
 }  // namespace
 
-void DecodeCompressedTileNeon(TileKind kind, const uint8_t* padded, uint8_t* out, uint64_t pitch) {
-  switch (kind) {
-    case TileKind::kRgba8888:
-      DecodeKind<TileKind::kRgba8888>(padded, out, pitch);
-      break;
-    case TileKind::kNv12Luma:
-      DecodeKind<TileKind::kNv12Luma>(padded, out, pitch);
-      break;
-    case TileKind::kNv12Chroma:
-      DecodeKind<TileKind::kNv12Chroma>(padded, out, pitch);
-      break;
-    case TileKind::kRgb565:
-      DecodeKind<TileKind::kRgb565>(padded, out, pitch);
-      break;
-  }
+uint32_t DecodeRgba8888Neon(const uint8_t* stream, uint8_t* out, uint64_t pitch) {
+  return DecodeKind<TileKind::kRgba8888>(stream, out, pitch);
+}
+
+uint32_t DecodeLumaNeon(const uint8_t* stream, uint8_t* out, uint64_t pitch) {
+  return DecodeKind<TileKind::kNv12Luma>(stream, out, pitch);
+}
+
+uint32_t DecodeChromaNeon(const uint8_t* stream, uint8_t* out, uint64_t pitch) {
+  return DecodeKind<TileKind::kNv12Chroma>(stream, out, pitch);
+}
+
+uint32_t DecodeRgb565Neon(const uint8_t* stream, uint8_t* out, uint64_t pitch) {
+  return DecodeKind<TileKind::kRgb565>(stream, out, pitch);
 }
 
 }  // namespace pelcast::tile_kernels_detail

@@ -26,9 +26,9 @@ constexpr uint64_t kRgbaTileWidth = 16;
 constexpr uint64_t kRgbaTileHeight = 4;
 constexpr uint64_t kRgbaPixelBytes = 4;
 constexpr uint64_t kChromaPairBytes = 2;
-constexpr uint64_t kNv12RowBytes = 32;    // destination row pitch of gathered NV12 tiles
-constexpr uint64_t kRgbaRowBytes = 64;    // and of RGBA8888 tiles
-constexpr uint64_t kWideTileWidth = 32;   // the 2-byte-pixel gather case
+constexpr uint64_t kNv12RowBytes = 32;   // destination row pitch of gathered NV12 tiles
+constexpr uint64_t kRgbaRowBytes = 64;   // and of RGBA8888 tiles
+constexpr uint64_t kWideTileWidth = 32;  // the 2-byte-pixel gather case
 constexpr uint64_t kWidePixelBytes = 2;
 constexpr uint64_t kSurfaceWide = 2;
 
@@ -40,13 +40,13 @@ struct PlaneWalk {
   uint8_t* metaPlane;
   uint64_t tilesPerRow;
   uint64_t tileRows;
-  uint64_t planeIndex;      // parameter set and gather case
-  uint64_t contextFormat;   // as the tile codecs see it
-  uint64_t rowElements;     // elements per tile row
+  uint64_t planeIndex;     // parameter set and gather case
+  uint64_t contextFormat;  // as the tile codecs see it
+  uint64_t rowElements;    // elements per tile row
   uint64_t elementBytes;
-  uint64_t rows;            // tile rows
-  const uint8_t* source;    // luma or RGBA image
-  const uint8_t* uSource;   // chroma planes
+  uint64_t rows;           // tile rows
+  const uint8_t* source;   // luma or RGBA image
+  const uint8_t* uSource;  // chroma planes
   const uint8_t* vSource;
 };
 
@@ -68,8 +68,8 @@ uint64_t InsideCount(uint64_t origin, uint64_t tileSpan, uint64_t imageSpan) {
 
 // Stores a tile of `units` units from `stored` in its slot, and its metadata
 // byte.
-void StoreTile(const ZpakConfig& config, const PlaneWalk& walk, uint64_t slot,
-               uint64_t metaOffset, const uint8_t* stored, uint64_t units) {
+void StoreTile(const ZpakConfig& config, const PlaneWalk& walk, uint64_t slot, uint64_t metaOffset,
+               const uint8_t* stored, uint64_t units) {
   const uint32_t meta = MetadataForUnits(units);
   StoreBounded(walk.dataPlane, TileByteOffset(slot, meta, config), stored,
                Min(StoredBytesForUnits(units), kSlotBytes), config.compressedEnd);
@@ -215,6 +215,49 @@ void EncodeTileAt(ZpakContext* context, const ZpakConfig& config, const PlaneWal
   StoreTile(config, walk, slot, TileMetaOffset(tables, tr, tc), output, units);
 }
 
+// Tiles ahead of the walk whose bytes are asked for before they are cut.
+constexpr uint64_t kPrefetchTiles = 8;
+
+// Asks for what the tile at (tr, tc) will read and write, for a tile some
+// way ahead of the walk: its rows in the linear image, its slot and its
+// metadata byte. A frame larger than the cache otherwise waits on every
+// tile's rows and on every slot and metadata line it writes, which the
+// processor's own prefetchers, following rows rather than slots, do not
+// foresee. Inlined always, as a function of prefetches alone would be
+// dropped.
+[[gnu::always_inline]] inline void PrefetchTile(const TileRowAddresses& row,
+                                                const ZpakConfig& config, const PlaneWalk& walk,
+                                                uint64_t tr, uint64_t tc) {
+  if (tc >= walk.tilesPerRow) return;
+  PrefetchBounded<true>(walk.dataPlane, kSlotBytes * SlotAt(row, tc), kSlotBytes,
+                        config.compressedEnd);
+  PrefetchBounded<true>(walk.metaPlane, MetaOffsetAt(row, tc), 1, config.compressedEnd);
+  // Rows are asked for a cache line at a time: only by the tile whose row
+  // starts a line.
+  constexpr uint64_t kLineBytes = 64;
+  const uint64_t y = walk.rows * tr;
+  if (walk.planeIndex == 1) {
+    const uint64_t chromaWidth = config.width / 2;
+    const uint64_t x = kChromaTileWidth * tc;
+    if (x % kLineBytes != 0) return;
+    if (x + kChromaTileWidth > chromaWidth || y + walk.rows > config.height / 2) return;
+    for (uint64_t k = 0; k < walk.rows; ++k) {
+      const uint64_t at = (y + k) * chromaWidth + x;
+      PrefetchBounded<false>(walk.uSource, at, kChromaTileWidth, nullptr);
+      PrefetchBounded<false>(walk.vSource, at, kChromaTileWidth, nullptr);
+    }
+    return;
+  }
+  const uint64_t x = walk.rowElements * tc;
+  if ((walk.elementBytes * x) % kLineBytes != 0) return;
+  if (x + walk.rowElements > config.width || y + walk.rows > config.height) return;
+  const uint64_t pitch = walk.elementBytes * config.width;
+  for (uint64_t k = 0; k < walk.rows; ++k) {
+    PrefetchBounded<false>(walk.source, (y + k) * pitch + walk.elementBytes * x,
+                           walk.elementBytes * walk.rowElements, nullptr);
+  }
+}
+
 // Whether the plane's parameters are the ones the walk cuts its tiles for, so
 // that tiles can go to the tile encoder's core without the micro-block
 // round trip.
@@ -247,7 +290,9 @@ void WalkPlane(ZpakContext* context, const ZpakConfig& config, const PlaneWalk& 
     context->planeIndex = walk.planeIndex;
   }
   for (uint64_t tr = rows.first; tr < rows.end; ++tr) {
+    const TileRowAddresses row = RowAddresses(context->addressTables, tr);
     for (uint64_t tc = 0; tc < walk.tilesPerRow; ++tc) {
+      PrefetchTile(row, config, walk, tr, tc + kPrefetchTiles);
       EncodeTileAt(context, config, walk, shape, tr, tc);
     }
   }
@@ -268,25 +313,51 @@ void EncodeNv12(ZpakContext* context, const ZpakConfig& config, const TileRowBan
   const uint64_t tilesPerRow = CeilDiv(config.width, kLumaTileWidth);
   const uint64_t lumaRows = CeilDiv(config.height, kNv12TileHeight);
   if (lumaRows == 0) return;
-  const PlaneWalk luma{config.yDataPlane, config.yMetaPlane, tilesPerRow, lumaRows, 0,
-                       kContextNv12, kLumaTileWidth, 1, kNv12TileHeight, config.linearY,
-                       nullptr, nullptr};
+  const PlaneWalk luma{config.yDataPlane,
+                       config.yMetaPlane,
+                       tilesPerRow,
+                       lumaRows,
+                       0,
+                       kContextNv12,
+                       kLumaTileWidth,
+                       1,
+                       kNv12TileHeight,
+                       config.linearY,
+                       nullptr,
+                       nullptr};
   WalkPlane(context, config, luma, RowsOfPlane(band, kLumaPlane, luma.tileRows));
   // The V plane follows the U plane at (width x height) / 4, as the command lays them out.
   const uint8_t* vPlane =
       config.linearUv != nullptr ? config.linearUv + (config.width * config.height) / 4 : nullptr;
-  const PlaneWalk chroma{config.uvDataPlane, config.uvMetaPlane, tilesPerRow, (lumaRows + 1) / 2,
-                         1, kContextNv12, kChromaTileWidth, kChromaPairBytes, kNv12TileHeight,
-                         nullptr, config.linearUv, vPlane};
+  const PlaneWalk chroma{config.uvDataPlane,
+                         config.uvMetaPlane,
+                         tilesPerRow,
+                         (lumaRows + 1) / 2,
+                         1,
+                         kContextNv12,
+                         kChromaTileWidth,
+                         kChromaPairBytes,
+                         kNv12TileHeight,
+                         nullptr,
+                         config.linearUv,
+                         vPlane};
   WalkPlane(context, config, chroma, RowsOfPlane(band, kChromaPlane, chroma.tileRows));
 }
 
 void EncodeRgba(ZpakContext* context, const ZpakConfig& config, const TileRowBand& band) {
   PrepareTileAddressTables(&context->addressTables, RgbaLayout(config));
-  const PlaneWalk plane{config.yDataPlane, config.yMetaPlane, CeilDiv(config.width, kRgbaTileWidth),
-                        CeilDiv(config.height, kRgbaTileHeight), 0, kContextRgba8888,
-                        kRgbaTileWidth, kRgbaPixelBytes, kRgbaTileHeight, config.linearY,
-                        nullptr, nullptr};
+  const PlaneWalk plane{config.yDataPlane,
+                        config.yMetaPlane,
+                        CeilDiv(config.width, kRgbaTileWidth),
+                        CeilDiv(config.height, kRgbaTileHeight),
+                        0,
+                        kContextRgba8888,
+                        kRgbaTileWidth,
+                        kRgbaPixelBytes,
+                        kRgbaTileHeight,
+                        config.linearY,
+                        nullptr,
+                        nullptr};
   WalkPlane(context, config, plane, RowsOfPlane(band, kLumaPlane, plane.tileRows));
 }
 

@@ -19,7 +19,7 @@
 namespace pelcast {
 namespace {
 
-constexpr uint64_t kHalfWidth = 16;    // pixels of a half tile row
+constexpr uint64_t kHalfWidth = 16;  // pixels of a half tile row
 constexpr uint64_t kTileHeight = 4;
 constexpr uint64_t kPixelBytes = 2;
 constexpr uint64_t kHalfRowBytes = kHalfWidth * kPixelBytes;  // 32
@@ -33,8 +33,7 @@ constexpr uint64_t kAltBytes = 64;
 constexpr uint64_t kAltRowBytes = 16;
 
 TileGridLayout Rgb565Layout(const ZpakConfig& config) {
-  return SurfaceGridLayout(PlaneFormat::kRgb565, config.alignedWidth, config.alignedHeight,
-                           config);
+  return SurfaceGridLayout(PlaneFormat::kRgb565, config.alignedWidth, config.alignedHeight, config);
 }
 
 // Cuts half tile h of tile (tr, tc) out of the linear image, row pitch
@@ -57,7 +56,8 @@ void GatherHalf(const ZpakConfig& config, uint64_t tr, uint64_t tc, uint64_t h, 
 void OrderAltHalf(const uint8_t* raster, uint8_t* stored) {
   for (uint64_t r = 0; r < kAltBytes / kAltRowBytes; ++r) {
     for (uint64_t c = 0; c < kAltRowBytes; ++c) {
-      const uint64_t at = (c % 2) + 2 * (r % 2) + 4 * ((c / 2) % 2) + 8 * ((r / 2) % 2) + 16 * (c / 4);
+      const uint64_t at =
+          (c % 2) + 2 * (r % 2) + 4 * ((c / 2) % 2) + 8 * ((r / 2) % 2) + 16 * (c / 4);
       stored[at] = raster[r * kAltRowBytes + c];
     }
   }
@@ -65,16 +65,15 @@ void OrderAltHalf(const uint8_t* raster, uint8_t* stored) {
 
 // Stores a half tile of `units` units from `stored` in its slot half, and its
 // metadata byte.
-void StoreHalf(const ZpakConfig& config, const TileAddressTables& tables, uint64_t tr,
-               uint64_t tc, uint64_t h, uint64_t slotOffset, const uint8_t* stored,
-               uint64_t units) {
+void StoreHalf(const ZpakConfig& config, const TileAddressTables& tables, uint64_t tr, uint64_t tc,
+               uint64_t h, uint64_t slotOffset, const uint8_t* stored, uint64_t units) {
   const uint32_t meta = MetadataForUnits(units);
   const uint64_t bytes = StoredBytesForUnits(units);
   StoreBounded(config.yDataPlane, slotOffset, stored, bytes < kHalfBytes ? bytes : kHalfBytes,
                config.compressedEnd);
   const uint8_t metaByte = static_cast<uint8_t>(meta);
-  StoreBounded(config.yMetaPlane, TileMetaOffset(tables, tr, kHalvesPerTile * tc + h), &metaByte,
-               1, config.compressedEnd);
+  StoreBounded(config.yMetaPlane, TileMetaOffset(tables, tr, kHalvesPerTile * tc + h), &metaByte, 1,
+               config.compressedEnd);
 }
 
 // The original per-tile sequence, for alternative addressing and for
@@ -103,8 +102,8 @@ void EncodeOrderedHalf(ZpakContext* context, const ZpakConfig& config, uint64_t 
 
 // Half tile h of tile (tr, tc) straight from the image when it lies wholly
 // inside it, through the tile encoder's core.
-void EncodeHalf(ZpakContext* context, const ZpakConfig& config, const TileShape& shape,
-                uint64_t tr, uint64_t tc, uint64_t h) {
+void EncodeHalf(ZpakContext* context, const ZpakConfig& config, const TileShape& shape, uint64_t tr,
+                uint64_t tc, uint64_t h) {
   const LaneKernels& kernels = ActiveLaneKernels();
   const TileAddressTables& tables = context->addressTables;
   const uint64_t slotOffset = kSlotBytes * TileSlot(tables, tr, tc) + kHalfBytes * h;
@@ -132,6 +131,29 @@ void EncodeHalf(ZpakContext* context, const ZpakConfig& config, const TileShape&
     units = RawTileUnits(shape);
   }
   StoreHalf(config, tables, tr, tc, h, slotOffset, output, units);
+}
+
+// Tiles ahead of the walk whose bytes are asked for before they are cut.
+constexpr uint64_t kPrefetchTiles = 8;
+
+// Asks for what tile (tr, tc), some way ahead of the walk, will read and
+// write: its rows, its slot and its two metadata bytes (see the NV12 and
+// RGBA8888 walk).
+[[gnu::always_inline]] inline void PrefetchTile(const TileRowAddresses& row,
+                                                const ZpakConfig& config, uint64_t tr, uint64_t tc,
+                                                uint64_t tilesPerRow) {
+  if (tc >= tilesPerRow) return;
+  PrefetchBounded<true>(config.yDataPlane, kSlotBytes * SlotAt(row, tc), kSlotBytes,
+                        config.compressedEnd);
+  PrefetchBounded<true>(config.yMetaPlane, MetaOffsetAt(row, kHalvesPerTile * tc), 2,
+                        config.compressedEnd);
+  const uint64_t pitch = kPixelBytes * config.width;
+  const uint64_t x = kTileRowBytes * tc;
+  const uint64_t y = kTileHeight * tr;
+  if (x + kTileRowBytes > pitch || y + kTileHeight > config.height) return;
+  for (uint64_t k = 0; k < kTileHeight; ++k) {
+    PrefetchBounded<false>(config.linearY, (y + k) * pitch + x, kTileRowBytes, nullptr);
+  }
 }
 
 // Whether the context's parameters are the RGB565 ones the fast path cuts
@@ -169,7 +191,9 @@ uint64_t EncodeZpakFrameRgb565Band(ZpakContext* context, const ZpakConfig* confi
   }
   const BandRows rows = RowsOfPlane(band, kLumaPlane, tileRows);
   for (uint64_t tr = rows.first; tr < rows.end; ++tr) {
+    const TileRowAddresses row = RowAddresses(context->addressTables, tr);
     for (uint64_t tc = 0; tc < tilesPerRow; ++tc) {
+      if (fast) PrefetchTile(row, *config, tr, tc + kPrefetchTiles, tilesPerRow);
       for (uint64_t h = 0; h < kHalvesPerTile; ++h) {
         if (fast) {
           EncodeHalf(context, *config, shape, tr, tc, h);

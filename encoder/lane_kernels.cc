@@ -1,4 +1,4 @@
-// The plain lane routines, and the choice between them and the vector ones.
+// The plain lane routines.
 #include "encoder/lane_kernels.h"
 
 #include <bit>
@@ -226,13 +226,5 @@ constexpr LaneKernels kPlain = {
 }  // namespace
 
 const LaneKernels& PlainLaneKernels() { return kPlain; }
-
-const LaneKernels& ActiveLaneKernels() {
-  static const LaneKernels* const active = [] {
-    const VectorKernelSets sets = AvailableVectorLaneKernels();
-    return sets.count != 0 ? sets.set[sets.count - 1] : &kPlain;
-  }();
-  return *active;
-}
 
 }  // namespace pelcast

@@ -116,14 +116,10 @@ const LaneKernels& PlainLaneKernels();
 // per-lane 64-bit shifts).
 void PlainJoinGroupFields(const LanePack* packs, uint32_t lanes, uint64_t* joined, uint8_t* bits);
 
-// The vector routine sets this processor can run, best last.
-struct VectorKernelSets {
-  const LaneKernels* set[2];
-  uint32_t count;
-};
-VectorKernelSets AvailableVectorLaneKernels();
+// The routines of the widest set that `features` (common/cpu.h) runs.
+const LaneKernels& LaneKernelsFor(uint32_t features);
 
-// What the encoder uses: the best vector set, or the plain one.
+// What the encoder uses: the table of CpuFeatures(), chosen once.
 const LaneKernels& ActiveLaneKernels();
 
 }  // namespace pelcast

@@ -1,32 +1,29 @@
-// The x86-64 lane routines compiled for AVX2 (see lane_kernels_x86.h). Only
-// this file is built for AVX2; the routines are used only after the
-// processor has been asked whether it has it.
-// Shared headers come first, so that their inline functions keep the base
-// target and no AVX2 copy of them can be chosen by the linker for other
-// files.
+// The x86-64 lane routines compiled for AVX2 (see lane_kernels_x86.h), and
+// the ones that use AVX2's wider registers. Every function here carries the
+// AVX2 target attribute and has internal linkage, so the rest of the program
+// stays baseline whatever the compiler; the routines run only from the table
+// of the avx2 kernel set (common/cpu.h).
 #include "encoder/lane_kernels.h"
 #include "encoder/lane_math.h"
 
-#if defined(__x86_64__) && defined(__GNUC__) && !defined(__clang__)
-#include <emmintrin.h>
-#pragma GCC target("avx2")
+#if defined(__x86_64__)
 #include <immintrin.h>
 
+#define PELCAST_X86_ROUTINE __attribute__((target("avx2,bmi,bmi2")))
 #include "encoder/lane_kernels_x86.h"
 #endif
 
 namespace pelcast {
 
-const LaneKernels* Avx2LaneKernels();
-
-#if defined(__x86_64__) && defined(__GNUC__) && !defined(__clang__)
+#if defined(__x86_64__)
 
 namespace {
 
 // Two blocks side by side in one register: each 128-bit half is one lane of
 // the SSE2 routine, and the byte shifts of AVX2 stay within their half.
-void Avx2ByteLanePair(const uint8_t* first, const uint8_t* second, size_t pitch,
-                      const LaneSizing& sizing, LaneResidues* firstOut, LaneResidues* secondOut) {
+PELCAST_X86_ROUTINE void Avx2ByteLanePair(const uint8_t* first, const uint8_t* second, size_t pitch,
+                                          const LaneSizing& sizing, LaneResidues* firstOut,
+                                          LaneResidues* secondOut) {
   const __m256i base = _mm256_set_m128i(_mm_cvtsi32_si128(second[0]), _mm_cvtsi32_si128(first[0]));
   const __m256i zero = _mm256_setzero_si256();
   const __m256i lowByte = _mm256_set1_epi32(0xff);
@@ -54,7 +51,8 @@ void Avx2ByteLanePair(const uint8_t* first, const uint8_t* second, size_t pitch,
   _mm256_storeu2_m128i(reinterpret_cast<__m128i*>(secondOut->width),
                        reinterpret_cast<__m128i*>(firstOut->width), packed);
   // Both lanes' sizes: the field widths summed per half.
-  const __m256i narrow = _mm256_cmpgt_epi8(_mm256_set1_epi8(static_cast<char>(sizing.escape)), packed);
+  const __m256i narrow =
+      _mm256_cmpgt_epi8(_mm256_set1_epi8(static_cast<char>(sizing.escape)), packed);
   const __m256i fieldBits =
       _mm256_blendv_epi8(_mm256_set1_epi8(static_cast<char>(sizing.codedBits)), packed, narrow);
   const __m256i sums = _mm256_sad_epu8(fieldBits, zero);
@@ -79,14 +77,14 @@ constexpr int kLowQuadwords = 0x08;  // quadwords 0 and 2: the first of each hal
 // Horizontal differences of a row of 16-bit samples: each minus its left
 // neighbour, the row moved up one sample across the two halves, `base` (in
 // element 0) left of column 0.
-inline __m256i RowDifferences(__m256i s, __m256i base) {
+PELCAST_X86_ROUTINE inline __m256i RowDifferences(__m256i s, __m256i base) {
   const __m256i lowIntoHigh = _mm256_permute2x128_si256(s, s, kLowQuadwords);
   return _mm256_sub_epi16(s, _mm256_or_si256(_mm256_alignr_epi8(s, lowIntoHigh, 14), base));
 }
 
 // Zig-zag fields of a row of 16-bit residuals, stored saturated to bytes;
 // returns the row's four group widths.
-inline __m128i StoreRowFields(__m256i d, uint8_t* zig) {
+PELCAST_X86_ROUTINE inline __m128i StoreRowFields(__m256i d, uint8_t* zig) {
   const __m256i z = _mm256_xor_si256(_mm256_add_epi16(d, d), _mm256_srai_epi16(d, 15));
   const __m256i bytes = _mm256_permute4x64_epi64(_mm256_packus_epi16(z, z), kLowQuadwords);
   _mm_store_si128(reinterpret_cast<__m128i*>(zig), _mm256_castsi256_si128(bytes));
@@ -97,7 +95,7 @@ inline __m128i StoreRowFields(__m256i d, uint8_t* zig) {
   return BitWidths32(_mm_and_si128(_mm256_castsi256_si128(firsts), _mm_set1_epi32(0xffff)));
 }
 
-inline void ExactRow(__m256i s, uint32_t y, ExactRows* lane, uint8_t* zig) {
+PELCAST_X86_ROUTINE inline void ExactRow(__m256i s, uint32_t y, ExactRows* lane, uint8_t* zig) {
   const __m256i h = RowDifferences(s, lane->base);
   const __m256i d = _mm256_sub_epi16(h, lane->above);
   lane->above = h;
@@ -105,7 +103,7 @@ inline void ExactRow(__m256i s, uint32_t y, ExactRows* lane, uint8_t* zig) {
 }
 
 // Balanced residue of 16-bit values modulo 2^bits.
-inline __m256i Balanced256(__m256i v, int bits) {
+PELCAST_X86_ROUTINE inline __m256i Balanced256(__m256i v, int bits) {
   const __m256i half = _mm256_set1_epi16(static_cast<int16_t>(1 << (bits - 1)));
   const __m256i mask = _mm256_set1_epi16(static_cast<int16_t>((1 << bits) - 1));
   return _mm256_sub_epi16(_mm256_and_si256(_mm256_add_epi16(v, half), mask), half);
@@ -113,7 +111,8 @@ inline __m256i Balanced256(__m256i v, int bits) {
 
 // RGB565 direct lanes, a whole row of each component at a time, with the
 // carry chain of lane_math.h's Rgb565DirectFields.
-void Avx2Rgb565Lanes(const uint8_t* const* planes, size_t pitch, LaneResidues* out) {
+PELCAST_X86_ROUTINE void Avx2Rgb565Lanes(const uint8_t* const* planes, size_t pitch,
+                                         LaneResidues* out) {
   constexpr int kBits0 = 5;
   constexpr int kBits1 = 6;
   constexpr int kBits2 = 5;
@@ -144,21 +143,23 @@ void Avx2Rgb565Lanes(const uint8_t* const* planes, size_t pitch, LaneResidues* o
   for (uint32_t c = 0; c < kRgb565Components; ++c) StoreWidths(widths[c], kWidthsOnly, &out[c]);
 }
 
-void Avx2ExactLane(const int16_t* samples, const LaneSizing& sizing, LaneResidues* out) {
+PELCAST_X86_ROUTINE void Avx2ExactLane(const int16_t* samples, const LaneSizing& sizing,
+                                       LaneResidues* out) {
   ExactRows lane;
   lane.base =
       _mm256_set_m128i(_mm_setzero_si128(), _mm_cvtsi32_si128(static_cast<uint16_t>(samples[0])));
   lane.above = _mm256_setzero_si256();
   for (uint32_t y = 0; y < kBlockHeight; ++y) {
-    const __m256i s = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(samples + y * kBlockWidth));
+    const __m256i s =
+        _mm256_loadu_si256(reinterpret_cast<const __m256i*>(samples + y * kBlockWidth));
     ExactRow(s, y, &lane, out->zig + y * kBlockWidth);
   }
   StoreWidths(lane.widths, sizing, out);
 }
 
 // The transform a whole row at a time.
-bool Avx2ColourTransform(const uint8_t* const* planes, size_t pitch, uint32_t n,
-                         ColourSamples* out) {
+PELCAST_X86_ROUTINE bool Avx2ColourTransform(const uint8_t* const* planes, size_t pitch, uint32_t n,
+                                             ColourSamples* out) {
   const __m256i limit = _mm256_set1_epi16(static_cast<int16_t>(1 << n));
   __m128i all = _mm_setzero_si128();
   for (uint32_t y = 0; y < kBlockHeight; ++y) {
@@ -186,15 +187,17 @@ bool Avx2ColourTransform(const uint8_t* const* planes, size_t pitch, uint32_t n,
 }
 
 // The transform, then the wide exact lanes.
-bool Avx2ColourLanes(const uint8_t* const* planes, size_t pitch, uint32_t n,
-                     const LaneSizing* sizings, ColourSamples* out, LaneResidues* lanes) {
+PELCAST_X86_ROUTINE bool Avx2ColourLanes(const uint8_t* const* planes, size_t pitch, uint32_t n,
+                                         const LaneSizing* sizings, ColourSamples* out,
+                                         LaneResidues* lanes) {
   if (!Avx2ColourTransform(planes, pitch, n, out)) return false;
   for (uint32_t c = 0; c < kRgb565Components; ++c) Avx2ExactLane(out->c[c], sizings[c], &lanes[c]);
   return true;
 }
 
 // Two block rows (eight groups) at a time.
-uint32_t Avx2PackLane(const LaneResidues& lane, const LaneCoding& coding, LanePack* out) {
+PELCAST_X86_ROUTINE uint32_t Avx2PackLane(const LaneResidues& lane, const LaneCoding& coding,
+                                          LanePack* out) {
   const __m128i zero = _mm_setzero_si128();
   const __m128i width = _mm_load_si128(reinterpret_cast<const __m128i*>(lane.width));
   const __m128i narrow = _mm_cmplt_epi8(width, _mm_set1_epi8(static_cast<char>(coding.escape)));
@@ -228,9 +231,9 @@ uint32_t Avx2PackLane(const LaneResidues& lane, const LaneCoding& coding, LanePa
         _mm256_set1_epi32(1), _mm256_slli_epi32(_mm256_mullo_epi16(power, power), 16));
     __m256i packed = _mm256_madd_epi16(pairs, halfScale);
     if (rawBytes) {
-      const __m256i samples =
-          _mm256_loadu2_m128i(reinterpret_cast<const __m128i*>(coding.rawRows + (y + 1) * coding.rawPitch),
-                              reinterpret_cast<const __m128i*>(coding.rawRows + y * coding.rawPitch));
+      const __m256i samples = _mm256_loadu2_m128i(
+          reinterpret_cast<const __m128i*>(coding.rawRows + (y + 1) * coding.rawPitch),
+          reinterpret_cast<const __m128i*>(coding.rawRows + y * coding.rawPitch));
       packed = _mm256_blendv_epi8(packed, samples, raw);
     } else {
       packed = _mm256_andnot_si256(raw, packed);
@@ -245,7 +248,8 @@ uint32_t Avx2PackLane(const LaneResidues& lane, const LaneCoding& coding, LanePa
 // Each lane's fields shifted by the bits of the lanes before it, four groups
 // at a time (AVX2 shifts give 0 for counts of 64 and more). The offsets stay
 // bytes (totals are below 256) until they are widened for the shifts.
-void Avx2JoinGroupFields(const LanePack* packs, uint32_t lanes, uint64_t* joined, uint8_t* bits) {
+PELCAST_X86_ROUTINE void Avx2JoinGroupFields(const LanePack* packs, uint32_t lanes,
+                                             uint64_t* joined, uint8_t* bits) {
   constexpr uint32_t kSteps = kGroupsPerBlock / 4;
   __m256i word[kSteps];
   for (uint32_t q = 0; q < kSteps; ++q) word[q] = _mm256_setzero_si256();
@@ -257,9 +261,11 @@ void Avx2JoinGroupFields(const LanePack* packs, uint32_t lanes, uint64_t* joined
     for (uint32_t q = 0; q < kSteps; ++q) {
       const __m256i fields =
           _mm256_loadu_si256(reinterpret_cast<const __m256i*>(packs[l].fields + 4 * q));
-      word[q] = _mm256_or_si256(word[q], _mm256_sllv_epi64(fields, _mm256_cvtepu8_epi64(groups[q])));
+      word[q] =
+          _mm256_or_si256(word[q], _mm256_sllv_epi64(fields, _mm256_cvtepu8_epi64(groups[q])));
     }
-    offset = _mm_add_epi8(offset, _mm_load_si128(reinterpret_cast<const __m128i*>(packs[l].fieldBits)));
+    offset =
+        _mm_add_epi8(offset, _mm_load_si128(reinterpret_cast<const __m128i*>(packs[l].fieldBits)));
   }
   for (uint32_t q = 0; q < kSteps; ++q) {
     _mm256_storeu_si256(reinterpret_cast<__m256i*>(joined + 4 * q), word[q]);
@@ -282,13 +288,7 @@ constexpr LaneKernels kAvx2 = WithWideRoutines(MakeX86LaneKernels("avx2"));
 
 }  // namespace
 
-const LaneKernels* Avx2LaneKernels() {
-  return __builtin_cpu_supports("avx2") ? &kAvx2 : nullptr;
-}
-
-#elif defined(__x86_64__)
-
-const LaneKernels* Avx2LaneKernels() { return nullptr; }
+const LaneKernels& Avx2LaneKernels() { return kAvx2; }
 
 #endif
 

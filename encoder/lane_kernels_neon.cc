@@ -291,9 +291,9 @@ LaneKernels MakeNeonLaneKernels() {
 
 }  // namespace
 
-const LaneKernels* NeonLaneKernels() {
+const LaneKernels& NeonLaneKernels() {
   static const LaneKernels kNeon = MakeNeonLaneKernels();
-  return &kNeon;
+  return kNeon;
 }
 
 }  // namespace pelcast

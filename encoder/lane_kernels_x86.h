@@ -2,8 +2,10 @@
 // plain twin in lane_kernels.cc step for step, a whole block row at a time.
 // The file is compiled twice: as it is (SSE2, which every x86-64 processor
 // has) and for processors with AVX2, where the same operations take the
-// three-operand encoding and need none of the register copies. Include it
-// only from those two files, inside an unnamed namespace.
+// three-operand encoding and need none of the register copies. The including
+// file defines PELCAST_X86_ROUTINE, which every function here carries: empty
+// for the SSE2 build, the AVX2 target attribute for the other. All of it has
+// internal linkage, so neither build's copy can stand in for the other's.
 #pragma once
 
 #include <emmintrin.h>
@@ -20,7 +22,7 @@ constexpr uint32_t kHalfRow = kBlockWidth / 2;  // 16-bit samples per register
 
 // Bit widths of four 32-bit values below 2^16: the exponent of the float
 // 2v + 1, which is exact and lies in [2^w, 2^(w+1)) for v of width w.
-inline __m128i BitWidths32(__m128i v) {
+PELCAST_X86_ROUTINE inline __m128i BitWidths32(__m128i v) {
   const __m128i odd = _mm_add_epi32(_mm_add_epi32(v, v), _mm_set1_epi32(1));
   const __m128i bits = _mm_castps_si128(_mm_cvtepi32_ps(odd));
   return _mm_sub_epi32(_mm_srli_epi32(bits, kFloatMantissaBits),
@@ -28,7 +30,7 @@ inline __m128i BitWidths32(__m128i v) {
 }
 
 // The OR of each group of four bytes, as four 32-bit values.
-inline __m128i GroupOrBytes(__m128i z) {
+PELCAST_X86_ROUTINE inline __m128i GroupOrBytes(__m128i z) {
   __m128i o = _mm_or_si128(z, _mm_srli_epi32(z, 16));
   o = _mm_or_si128(o, _mm_srli_epi32(o, 8));
   return _mm_and_si128(o, _mm_set1_epi32(0xff));
@@ -36,27 +38,27 @@ inline __m128i GroupOrBytes(__m128i z) {
 
 // The OR of each group of four 16-bit values in two registers (groups 0, 1
 // and 2, 3 of a row), as four 32-bit values.
-inline __m128i GroupOrWords(__m128i lo, __m128i hi) {
+PELCAST_X86_ROUTINE inline __m128i GroupOrWords(__m128i lo, __m128i hi) {
   lo = _mm_or_si128(lo, _mm_srli_epi64(lo, 32));
   lo = _mm_or_si128(lo, _mm_srli_epi64(lo, 16));
   hi = _mm_or_si128(hi, _mm_srli_epi64(hi, 32));
   hi = _mm_or_si128(hi, _mm_srli_epi64(hi, 16));
   const int kEvenDwords = _MM_SHUFFLE(3, 1, 2, 0);
-  const __m128i row = _mm_unpacklo_epi64(_mm_shuffle_epi32(lo, kEvenDwords),
-                                         _mm_shuffle_epi32(hi, kEvenDwords));
+  const __m128i row =
+      _mm_unpacklo_epi64(_mm_shuffle_epi32(lo, kEvenDwords), _mm_shuffle_epi32(hi, kEvenDwords));
   return _mm_and_si128(row, _mm_set1_epi32(0xffff));
 }
 
 // Bits of a lane's codes and fields from its 16 group widths: groups
 // narrower than the escape take their width, the others the coded width.
-inline uint32_t SizeWidths(__m128i width, const LaneSizing& sizing) {
+PELCAST_X86_ROUTINE inline uint32_t SizeWidths(__m128i width, const LaneSizing& sizing) {
   const __m128i narrow = _mm_cmplt_epi8(width, _mm_set1_epi8(static_cast<char>(sizing.escape)));
   const __m128i fieldBits =
       _mm_or_si128(_mm_and_si128(narrow, width),
                    _mm_andnot_si128(narrow, _mm_set1_epi8(static_cast<char>(sizing.codedBits))));
   const __m128i sums = _mm_sad_epu8(fieldBits, _mm_setzero_si128());
-  const uint32_t total = static_cast<uint32_t>(_mm_cvtsi128_si32(sums) +
-                                               _mm_cvtsi128_si32(_mm_srli_si128(sums, 8)));
+  const uint32_t total =
+      static_cast<uint32_t>(_mm_cvtsi128_si32(sums) + _mm_cvtsi128_si32(_mm_srli_si128(sums, 8)));
   return kGroupsPerBlock * kCodeBits + kGroupSize * total;
 }
 
@@ -65,7 +67,8 @@ constexpr LaneSizing kWidthsOnly = {32, 0};
 
 // Stores the widths of the four rows' groups as 16 bytes in group order, and
 // the lane's size.
-inline void StoreWidths(const __m128i* rowWidths, const LaneSizing& sizing, LaneResidues* out) {
+PELCAST_X86_ROUTINE inline void StoreWidths(const __m128i* rowWidths, const LaneSizing& sizing,
+                                            LaneResidues* out) {
   const __m128i top = _mm_packs_epi32(rowWidths[0], rowWidths[1]);
   const __m128i bottom = _mm_packs_epi32(rowWidths[2], rowWidths[3]);
   const __m128i widths = _mm_packus_epi16(top, bottom);
@@ -73,11 +76,13 @@ inline void StoreWidths(const __m128i* rowWidths, const LaneSizing& sizing, Lane
   out->bits = SizeWidths(widths, sizing);
 }
 
-inline __m128i ZigZag8(__m128i d) {
+PELCAST_X86_ROUTINE inline __m128i ZigZag8(__m128i d) {
   return _mm_xor_si128(_mm_add_epi8(d, d), _mm_cmpgt_epi8(_mm_setzero_si128(), d));
 }
 
-inline __m128i ZigZag16(__m128i d) { return _mm_xor_si128(_mm_add_epi16(d, d), _mm_srai_epi16(d, 15)); }
+PELCAST_X86_ROUTINE inline __m128i ZigZag16(__m128i d) {
+  return _mm_xor_si128(_mm_add_epi16(d, d), _mm_srai_epi16(d, 15));
+}
 
 // One row of 16-bit samples in two registers, and the horizontal
 // differences of a row: sample minus its left neighbour, `first` left of
@@ -86,20 +91,23 @@ struct Row16 {
   __m128i lo, hi;
 };
 
-inline Row16 HorizontalDifferences(Row16 s, __m128i first) {
+PELCAST_X86_ROUTINE inline Row16 HorizontalDifferences(Row16 s, __m128i first) {
   const __m128i leftLo = _mm_or_si128(_mm_slli_si128(s.lo, 2), first);
   const __m128i leftHi = _mm_or_si128(_mm_slli_si128(s.hi, 2), _mm_srli_si128(s.lo, 14));
   return Row16{_mm_sub_epi16(s.lo, leftLo), _mm_sub_epi16(s.hi, leftHi)};
 }
 
-inline Row16 WidenBytes(__m128i bytes) {
+PELCAST_X86_ROUTINE inline Row16 WidenBytes(__m128i bytes) {
   const __m128i zero = _mm_setzero_si128();
   return Row16{_mm_unpacklo_epi8(bytes, zero), _mm_unpackhi_epi8(bytes, zero)};
 }
 
-inline __m128i Load(const void* at) { return _mm_loadu_si128(static_cast<const __m128i*>(at)); }
+PELCAST_X86_ROUTINE inline __m128i Load(const void* at) {
+  return _mm_loadu_si128(static_cast<const __m128i*>(at));
+}
 
-void X86ByteLane(const uint8_t* rows, size_t pitch, const LaneSizing& sizing, LaneResidues* out) {
+PELCAST_X86_ROUTINE void X86ByteLane(const uint8_t* rows, size_t pitch, const LaneSizing& sizing,
+                                     LaneResidues* out) {
   const __m128i base = _mm_cvtsi32_si128(rows[0]);
   __m128i above = _mm_setzero_si128();
   __m128i widths[kBlockHeight];
@@ -114,22 +122,24 @@ void X86ByteLane(const uint8_t* rows, size_t pitch, const LaneSizing& sizing, La
   StoreWidths(widths, sizing, out);
 }
 
-void X86ByteLanePair(const uint8_t* first, const uint8_t* second, size_t pitch,
-                     const LaneSizing& sizing, LaneResidues* firstOut, LaneResidues* secondOut) {
+PELCAST_X86_ROUTINE void X86ByteLanePair(const uint8_t* first, const uint8_t* second, size_t pitch,
+                                         const LaneSizing& sizing, LaneResidues* firstOut,
+                                         LaneResidues* secondOut) {
   X86ByteLane(first, pitch, sizing, firstOut);
   X86ByteLane(second, pitch, sizing, secondOut);
 }
 
 // Residual fields of one row of 16-bit residuals: stored saturated to bytes,
 // group widths returned.
-inline __m128i StoreWordFields(Row16 d, uint8_t* zig) {
+PELCAST_X86_ROUTINE inline __m128i StoreWordFields(Row16 d, uint8_t* zig) {
   const __m128i lo = ZigZag16(d.lo);
   const __m128i hi = ZigZag16(d.hi);
   _mm_store_si128(reinterpret_cast<__m128i*>(zig), _mm_packus_epi16(lo, hi));
   return BitWidths32(GroupOrWords(lo, hi));
 }
 
-void X86ExactLane(const int16_t* samples, const LaneSizing& sizing, LaneResidues* out) {
+PELCAST_X86_ROUTINE void X86ExactLane(const int16_t* samples, const LaneSizing& sizing,
+                                      LaneResidues* out) {
   const __m128i base = _mm_cvtsi32_si128(static_cast<uint16_t>(samples[0]));
   Row16 above{_mm_setzero_si128(), _mm_setzero_si128()};
   __m128i widths[kBlockHeight];
@@ -144,14 +154,14 @@ void X86ExactLane(const int16_t* samples, const LaneSizing& sizing, LaneResidues
 }
 
 // Balanced residue of 16-bit values modulo 2^bits.
-inline __m128i Balanced16(__m128i v, int bits) {
+PELCAST_X86_ROUTINE inline __m128i Balanced16(__m128i v, int bits) {
   const __m128i half = _mm_set1_epi16(static_cast<int16_t>(1 << (bits - 1)));
   const __m128i mask = _mm_set1_epi16(static_cast<int16_t>((1 << bits) - 1));
   return _mm_sub_epi16(_mm_and_si128(_mm_add_epi16(v, half), mask), half);
 }
 
 // The carry chain of lane_math.h's Rgb565DirectFields on eight pixels.
-inline void DirectFields(const __m128i* e, __m128i* d) {
+PELCAST_X86_ROUTINE inline void DirectFields(const __m128i* e, __m128i* d) {
   constexpr int kBits0 = 5;
   constexpr int kBits1 = 6;
   constexpr int kBits2 = 5;
@@ -162,7 +172,8 @@ inline void DirectFields(const __m128i* e, __m128i* d) {
   d[2] = Balanced16(_mm_sub_epi16(e[2], carry1), kBits2);
 }
 
-void X86Rgb565Lanes(const uint8_t* const* planes, size_t pitch, LaneResidues* out) {
+PELCAST_X86_ROUTINE void X86Rgb565Lanes(const uint8_t* const* planes, size_t pitch,
+                                        LaneResidues* out) {
   __m128i base[kRgb565Components];
   Row16 above[kRgb565Components];
   for (uint32_t c = 0; c < kRgb565Components; ++c) {
@@ -190,8 +201,8 @@ void X86Rgb565Lanes(const uint8_t* const* planes, size_t pitch, LaneResidues* ou
   for (uint32_t c = 0; c < kRgb565Components; ++c) StoreWidths(widths[c], kWidthsOnly, &out[c]);
 }
 
-bool X86ColourTransform(const uint8_t* const* planes, size_t pitch, uint32_t n,
-                         ColourSamples* out) {
+PELCAST_X86_ROUTINE bool X86ColourTransform(const uint8_t* const* planes, size_t pitch, uint32_t n,
+                                            ColourSamples* out) {
   const __m128i limit = _mm_set1_epi16(static_cast<int16_t>(1 << n));
   __m128i all = _mm_setzero_si128();
   for (uint32_t y = 0; y < kBlockHeight; ++y) {
@@ -221,26 +232,27 @@ bool X86ColourTransform(const uint8_t* const* planes, size_t pitch, uint32_t n,
   return _mm_movemask_epi8(clear) == 0xffff;
 }
 
-bool X86ColourLanes(const uint8_t* const* planes, size_t pitch, uint32_t n,
-                    const LaneSizing* sizings, ColourSamples* out, LaneResidues* lanes) {
+PELCAST_X86_ROUTINE bool X86ColourLanes(const uint8_t* const* planes, size_t pitch, uint32_t n,
+                                        const LaneSizing* sizings, ColourSamples* out,
+                                        LaneResidues* lanes) {
   if (!X86ColourTransform(planes, pitch, n, out)) return false;
   for (uint32_t c = 0; c < kRgb565Components; ++c) X86ExactLane(out->c[c], sizings[c], &lanes[c]);
   return true;
 }
 
 // 2^v for four 32-bit values v below 31: the float of exponent v.
-inline __m128i PowersOfTwo32(__m128i v) {
-  const __m128i bits = _mm_slli_epi32(_mm_add_epi32(v, _mm_set1_epi32(kFloatExponentBias)),
-                                      kFloatMantissaBits);
+PELCAST_X86_ROUTINE inline __m128i PowersOfTwo32(__m128i v) {
+  const __m128i bits =
+      _mm_slli_epi32(_mm_add_epi32(v, _mm_set1_epi32(kFloatExponentBias)), kFloatMantissaBits);
   return _mm_cvttps_epi32(_mm_castsi128_ps(bits));
 }
 
-inline __m128i Select(__m128i mask, __m128i ifSet, __m128i ifClear) {
+PELCAST_X86_ROUTINE inline __m128i Select(__m128i mask, __m128i ifSet, __m128i ifClear) {
   return _mm_or_si128(_mm_and_si128(mask, ifSet), _mm_andnot_si128(mask, ifClear));
 }
 
 // Bytes 4y .. 4y + 3 of `bytes` as four 32-bit values, zero-extended.
-inline void WidenQuarters(__m128i bytes, __m128i* out) {
+PELCAST_X86_ROUTINE inline void WidenQuarters(__m128i bytes, __m128i* out) {
   const __m128i zero = _mm_setzero_si128();
   const __m128i lo = _mm_unpacklo_epi8(bytes, zero);
   const __m128i hi = _mm_unpackhi_epi8(bytes, zero);
@@ -251,7 +263,7 @@ inline void WidenQuarters(__m128i bytes, __m128i* out) {
 }
 
 // The same for a byte mask (0 or 0xff), each byte spread over its 32 bits.
-inline void WidenMaskQuarters(__m128i mask, __m128i* out) {
+PELCAST_X86_ROUTINE inline void WidenMaskQuarters(__m128i mask, __m128i* out) {
   const __m128i lo = _mm_unpacklo_epi8(mask, mask);
   const __m128i hi = _mm_unpackhi_epi8(mask, mask);
   out[0] = _mm_unpacklo_epi16(lo, lo);
@@ -263,7 +275,7 @@ inline void WidenMaskQuarters(__m128i mask, __m128i* out) {
 // Packs four groups of four byte fields, each group to its width w below
 // 16: pairs first (f0 + 2^w f1 in each 16-bit half), then the halves
 // (low + 2^(2w) high) with one multiply-add.
-inline __m128i PackGroups(__m128i fields, __m128i widths) {
+PELCAST_X86_ROUTINE inline __m128i PackGroups(__m128i fields, __m128i widths) {
   const __m128i power = PowersOfTwo32(widths);
   const __m128i pairScale = _mm_or_si128(power, _mm_slli_epi32(power, 16));
   const __m128i pairs = _mm_or_si128(_mm_and_si128(fields, _mm_set1_epi16(0xff)),
@@ -273,7 +285,8 @@ inline __m128i PackGroups(__m128i fields, __m128i widths) {
   return _mm_madd_epi16(pairs, halfScale);
 }
 
-uint32_t X86PackLane(const LaneResidues& lane, const LaneCoding& coding, LanePack* out) {
+PELCAST_X86_ROUTINE uint32_t X86PackLane(const LaneResidues& lane, const LaneCoding& coding,
+                                         LanePack* out) {
   const __m128i zero = _mm_setzero_si128();
   const __m128i width = _mm_load_si128(reinterpret_cast<const __m128i*>(lane.width));
   const __m128i narrow = _mm_cmplt_epi8(width, _mm_set1_epi8(static_cast<char>(coding.escape)));
@@ -301,17 +314,19 @@ uint32_t X86PackLane(const LaneResidues& lane, const LaneCoding& coding, LanePac
   return static_cast<uint32_t>(_mm_movemask_epi8(escaped));
 }
 
-void X86PackCodes(const LanePack* packs, uint32_t lanes, uint64_t* words) {
-  const __m128i zero = _mm_setzero_si128();
-  auto codes = [&](uint32_t l) {
-    return l < lanes ? _mm_load_si128(reinterpret_cast<const __m128i*>(packs[l].code)) : zero;
-  };
+// The codes of lane l, zero past the last lane.
+PELCAST_X86_ROUTINE inline __m128i LaneCodes(const LanePack* packs, uint32_t lanes, uint32_t l) {
+  return l < lanes ? _mm_load_si128(reinterpret_cast<const __m128i*>(packs[l].code))
+                   : _mm_setzero_si128();
+}
+
+PELCAST_X86_ROUTINE void X86PackCodes(const LanePack* packs, uint32_t lanes, uint64_t* words) {
   // Each group's four codes as the bytes of a 32-bit value, then packed to
   // 3-bit fields like four 3-bit residuals.
-  const __m128i c0 = codes(0);
-  const __m128i c1 = codes(1);
-  const __m128i c2 = codes(2);
-  const __m128i c3 = codes(3);
+  const __m128i c0 = LaneCodes(packs, lanes, 0);
+  const __m128i c1 = LaneCodes(packs, lanes, 1);
+  const __m128i c2 = LaneCodes(packs, lanes, 2);
+  const __m128i c3 = LaneCodes(packs, lanes, 3);
   const __m128i lo01 = _mm_unpacklo_epi8(c0, c1);
   const __m128i hi01 = _mm_unpackhi_epi8(c0, c1);
   const __m128i lo23 = _mm_unpacklo_epi8(c2, c3);
@@ -331,7 +346,7 @@ void X86PackCodes(const LanePack* packs, uint32_t lanes, uint64_t* words) {
   }
 }
 
-void X86SplitQuads(const uint8_t* rows, size_t pitch, uint8_t* planes) {
+PELCAST_X86_ROUTINE void X86SplitQuads(const uint8_t* rows, size_t pitch, uint8_t* planes) {
   constexpr uint32_t kRowBytes = 4 * kBlockWidth;
   for (uint32_t y = 0; y < kBlockHeight; ++y) {
     const uint8_t* row = rows + y * pitch;
@@ -360,7 +375,7 @@ void X86SplitQuads(const uint8_t* rows, size_t pitch, uint8_t* planes) {
   }
 }
 
-void X86SplitRgb565(const uint8_t* rows, size_t pitch, uint8_t* planes) {
+PELCAST_X86_ROUTINE void X86SplitRgb565(const uint8_t* rows, size_t pitch, uint8_t* planes) {
   const __m128i mask5 = _mm_set1_epi16(kRgb565Mask5);
   const __m128i mask6 = _mm_set1_epi16(kRgb565Mask6);
   for (uint32_t y = 0; y < kBlockHeight; ++y) {
@@ -372,8 +387,9 @@ void X86SplitRgb565(const uint8_t* rows, size_t pitch, uint8_t* planes) {
     _mm_store_si128(reinterpret_cast<__m128i*>(at + kBlockSamples),
                     _mm_packus_epi16(_mm_and_si128(_mm_srli_epi16(lo, kRgb565Shift1), mask6),
                                      _mm_and_si128(_mm_srli_epi16(hi, kRgb565Shift1), mask6)));
-    _mm_store_si128(reinterpret_cast<__m128i*>(at + 2 * kBlockSamples),
-                    _mm_packus_epi16(_mm_srli_epi16(lo, kRgb565Shift2), _mm_srli_epi16(hi, kRgb565Shift2)));
+    _mm_store_si128(
+        reinterpret_cast<__m128i*>(at + 2 * kBlockSamples),
+        _mm_packus_epi16(_mm_srli_epi16(lo, kRgb565Shift2), _mm_srli_epi16(hi, kRgb565Shift2)));
   }
 }
 

@@ -110,9 +110,11 @@ void MakeTileShape(const PlaneCodecParams& p, TileShape* s) {
   s->colourFlag = p.hasColourFlag != 0;
   s->alphaFlag = p.hasAlphaFlag != 0;
   s->headerBits = (s->colourFlag ? kHeaderFlagBits : 0) + (s->alphaFlag ? kHeaderFlagBits : 0);
+  s->flatLanesCodeZero = true;
   for (uint32_t c = 0; c < s->components; ++c) {
     s->sampleBits[c] = static_cast<uint32_t>(p.components[c].sampleBits);
     s->escape[c] = static_cast<uint32_t>(p.components[c].escapeCode);
+    if (s->escape[c] == 0) s->flatLanesCodeZero = false;
   }
 }
 

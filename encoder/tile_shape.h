@@ -33,6 +33,7 @@ struct TileShape {
   bool colourFlag;      // the header carries the colour-transform flag
   bool alphaFlag;       // the header carries the constant-last-component flag
   uint32_t headerBits;  // flag bits at the start of the stream
+  bool flatLanesCodeZero;  // a width of 0 is below every escape: flat lanes take code 0
   uint32_t components;
   uint32_t blocks;
   uint32_t elementBytes;

@@ -39,6 +39,15 @@
 // is kept is written, and only when it is shorter than the raw tile. So the
 // stream is the shortest one except for RGB565 plans with escapes, which
 // are the first found that take the fewest units.
+//
+// * Constant lanes. When every component of every block is constant, every
+//   residual of both plans is 0 and every group's width is 0: the plain plan
+//   (the direct one for RGB565) is 2 bits (1) shorter than the transform's,
+//   whose two difference components are one bit wider, and it fits one
+//   unit, so no escape search follows; the last component takes the
+//   constant flag when it is the same in every block. Such a tile's stream
+//   is written straight from its first samples, bit for bit the stream the
+//   plans above would write.
 #include "encoder/tile_stream.h"
 
 #include <algorithm>
@@ -143,8 +152,10 @@ void PlanBytePlane(const TileShape& s, const LaneKernels& k, const TileComponent
   const uint32_t blocks = kBlocks != 0 ? kBlocks : s.blocks;
   // A single block of four components is one 16 x 4 block.
   constexpr bool kOneBlock = kComponents == kMaxComponents && kBlocks == 1;
-  const uint32_t alpha =
-      LastComponentConstant<kOneBlock ? kBlockWidth : 0, kOneBlock ? kBlockHeight : 0>(s, t) ? 1 : 0;
+  const uint32_t alpha = LastComponentConstant < kOneBlock ? kBlockWidth : 0, kOneBlock
+                                                                                  ? kBlockHeight
+                                                                              : 0 > (s, t) ? 1
+                                                                                           : 0;
   const uint32_t coded = components - alpha;
   uint64_t plainBits = s.headerBits;
   for (uint32_t b = 0; b < blocks; ++b) {
@@ -183,9 +194,9 @@ void PlanBytePlane(const TileShape& s, const LaneKernels& k, const TileComponent
   }
   bool colour = false;
   if (s.colourPossible) {
-    const LaneSizing colourSizings[kColourComponents] = {
-        {s.escape[0], s.sampleBits[0]}, {s.escape[1], s.sampleBits[1] + 1},
-        {s.escape[2], s.sampleBits[2] + 1}};
+    const LaneSizing colourSizings[kColourComponents] = {{s.escape[0], s.sampleBits[0]},
+                                                         {s.escape[1], s.sampleBits[1] + 1},
+                                                         {s.escape[2], s.sampleBits[2] + 1}};
     if (k.colourLanes(t.plane, t.pitch, s.sampleBits[0], colourSizings, &scratch->colour,
                       scratch->exactLanes)) {
       uint64_t colourBits = s.headerBits + sharedBits + 2;  // components 1 and 2 are one bit wider
@@ -287,9 +298,9 @@ void PlanRgb565(const TileShape& s, const LaneKernels& k, const TileComponents& 
   for (uint32_t c = 0; c < kRgb565Components; ++c) directBits += s.sampleBits[c] + direct[c].bits;
   bool colour = false;
   if (s.colourPossible) {
-    const LaneSizing colourSizings[kColourComponents] = {
-        {s.escape[0], s.sampleBits[0]}, {s.escape[1], s.sampleBits[1] + 1},
-        {s.escape[2], s.sampleBits[2] + 1}};
+    const LaneSizing colourSizings[kColourComponents] = {{s.escape[0], s.sampleBits[0]},
+                                                         {s.escape[1], s.sampleBits[1] + 1},
+                                                         {s.escape[2], s.sampleBits[2] + 1}};
     if (k.colourLanes(t.plane, t.pitch, s.sampleBits[0], colourSizings, &scratch->colour,
                       scratch->exactLanes)) {
       uint64_t colourBits = s.headerBits;
@@ -321,6 +332,70 @@ void PlanRgb565(const TileShape& s, const LaneKernels& k, const TileComponents& 
           nullptr, 0};
     }
   }
+}
+
+// True when all 16 x 4 samples of a lane equal its first.
+bool LaneIsConstant(const uint8_t* rows, size_t pitch) {
+  constexpr uint64_t kEveryByte = 0x0101010101010101;
+  constexpr size_t kHalfRow = kBlockWidth / 2;
+  const uint64_t repeated = rows[0] * kEveryByte;
+  // Row by row, so that a lane that is not constant (most are not) is
+  // turned away at its first row.
+  for (uint32_t y = 0; y < kBlockHeight; ++y) {
+    uint64_t left = 0;
+    uint64_t right = 0;
+    std::memcpy(&left, rows + y * pitch, sizeof left);
+    std::memcpy(&right, rows + y * pitch + kHalfRow, sizeof right);
+    if (((left ^ repeated) | (right ^ repeated)) != 0) return false;
+  }
+  return true;
+}
+
+// True when every lane of the tile is constant and a width of 0 is below
+// every escape (so that constant lanes take code 0).
+bool LanesAreConstant(const TileShape& s, const TileComponents& t) {
+  if (!s.flatLanesCodeZero) return false;
+  for (uint32_t b = 0; b < s.blocks; ++b) {
+    const size_t offset = s.blockY[b] * t.pitch + s.blockX[b];
+    for (uint32_t c = 0; c < s.components; ++c) {
+      if (!LaneIsConstant(t.plane[c] + offset, t.pitch)) return false;
+    }
+  }
+  return true;
+}
+
+// The stream of a tile whose lanes are all constant (see the top of the
+// file): the flags, each lane's first sample as its base, zero codes.
+// Returns its units, or 0 (nothing written) when the raw tile is no longer.
+uint64_t WriteConstantStream(const TileShape& s, const TileComponents& t, uint8_t* output,
+                             size_t capacity, uint64_t* plannedBits) {
+  uint32_t alpha = 0;
+  if (s.alphaFlag && s.components == kMaxComponents) {
+    alpha = 1;
+    for (uint32_t b = 1; b < s.blocks; ++b) {
+      if (BlockRows(s, t, b, kAlphaComponent)[0] != t.plane[kAlphaComponent][0]) alpha = 0;
+    }
+  }
+  const uint32_t coded = s.components - alpha;
+  uint64_t bits = s.headerBits + uint64_t{s.blocks} * coded * kGroupsPerBlock * kCodeBits;
+  for (uint32_t b = 0; b < s.blocks; ++b) {
+    for (uint32_t c = 0; c < s.components; ++c) bits += s.sampleBits[c];
+  }
+  *plannedBits = bits;
+  const uint64_t unitBits = uint64_t{1} << s.unitShift;
+  const uint64_t units = (bits + unitBits - 1) >> s.unitShift;
+  const uint64_t unitBytes = (units << s.unitShift) / kByteBits;
+  if ((units << s.unitShift) >= s.rawTileBits || unitBytes > capacity) return 0;
+  std::memset(output, 0, unitBytes);
+  TileBitWriter writer = MakeTileBitWriter(output, capacity);
+  if (s.colourFlag) WriteBits(&writer, 0, kHeaderFlagBits);
+  if (s.alphaFlag) WriteBits(&writer, alpha, kHeaderFlagBits);
+  for (uint32_t b = 0; b < s.blocks; ++b) {
+    for (uint32_t c = 0; c < s.components; ++c) {
+      WriteBits(&writer, BlockRows(s, t, b, c)[0], s.sampleBits[c]);
+    }
+  }
+  return units;
 }
 
 // Groups escaped by the plan whatever their width: the escape code and room
@@ -386,7 +461,8 @@ void WriteStream(const TileShape& s, const LaneKernels& k, const StreamPlan& pla
     // Three or four lanes: the codes of four groups at a time.
     uint64_t words[kGroupsPerBlock / kCodeGroupsPerWord];
     k.packCodes(packs, kLanes, words);
-    for (uint64_t codes : words) Append<kInBounds>(&writer, codes, kCodeGroupsPerWord * groupCodeBits);
+    for (uint64_t codes : words)
+      Append<kInBounds>(&writer, codes, kCodeGroupsPerWord * groupCodeBits);
   } else {
     // The codes of as many whole groups as fit one field at a time.
     word = 0;
@@ -455,6 +531,15 @@ void WritePlan(const TileShape& s, const LaneKernels& k, const StreamPlan& plan,
 uint64_t EncodeTileStream(const TileShape& shape, const LaneKernels& kernels,
                           const TileComponents& tile, uint8_t* output, size_t capacity,
                           uint64_t* plannedBits) {
+  if (LanesAreConstant(shape, tile)) {
+    return WriteConstantStream(shape, tile, output, capacity, plannedBits);
+  }
+  return PlanTileStream(shape, kernels, tile, output, capacity, plannedBits);
+}
+
+uint64_t PlanTileStream(const TileShape& shape, const LaneKernels& kernels,
+                        const TileComponents& tile, uint8_t* output, size_t capacity,
+                        uint64_t* plannedBits) {
   PlanScratch scratch;
   StreamPlan plan;
   if (shape.rgb565) {

@@ -27,6 +27,12 @@ uint64_t EncodeTileStream(const TileShape& shape, const LaneKernels& kernels,
                           const TileComponents& tile, uint8_t* output, size_t capacity,
                           uint64_t* plannedBits);
 
+// EncodeTileStream without its shortcut for tiles whose lanes are all
+// constant: every tile goes through the planner (the tests compare the two).
+uint64_t PlanTileStream(const TileShape& shape, const LaneKernels& kernels,
+                        const TileComponents& tile, uint8_t* output, size_t capacity,
+                        uint64_t* plannedBits);
+
 // Units of a raw tile of the shape.
 inline uint64_t RawTileUnits(const TileShape& shape) {
   return (shape.rawTileBytes * kByteBits) >> shape.unitShift;

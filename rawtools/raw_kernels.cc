@@ -3,14 +3,16 @@
 #include <algorithm>
 #include <cstring>
 
+#include "common/cpu.h"
 #include "rawtools/raw_support.h"
 
 // On x86-64 the row kernels whose loops gain from wider vectors are compiled a
-// second time with AVX2 enabled, and that copy is chosen at run time when the
-// processor has it. The source is the same plain loop: the compiler vectorises
-// it 16 bytes at a time for the baseline and 32 at a time for AVX2. On arm64
-// the baseline build already vectorises the loops with NEON.
-#if defined(__x86_64__) && defined(__GNUC__)
+// second time with AVX2 enabled (a function target attribute, which g++ and
+// clang both honour), and that copy is chosen at run time when the processor
+// has it. The source is the same plain loop: the compiler vectorises it 16
+// bytes at a time for the baseline and 32 at a time for AVX2. On arm64 the
+// baseline build already vectorises the loops with NEON.
+#if defined(__x86_64__)
 #define PELCAST_AVX2_ROW_KERNELS 1
 #endif
 
@@ -90,19 +92,7 @@ constexpr RowKernelSet kPlainKernels{"plain", InterleavePlain, SquaredDifference
 constexpr RowKernelSet kAvx2Kernels{"avx2", InterleaveAvx2, SquaredDifferenceAvx2, SquaresAvx2};
 #endif
 
-std::vector<const RowKernelSet*> FindRunnableSets() {
-  std::vector<const RowKernelSet*> sets{&kPlainKernels};
-#ifdef PELCAST_AVX2_ROW_KERNELS
-  if (__builtin_cpu_supports("avx2")) sets.push_back(&kAvx2Kernels);
-#endif
-  return sets;
-}
-
-// The set the row kernels use: the widest this processor runs, chosen once.
-const RowKernelSet& ActiveKernels() {
-  static const RowKernelSet& active = *RunnableRowKernelSets().back();
-  return active;
-}
+const RowKernelSet& ActiveKernels() { return ActiveRowKernels(); }
 
 bool RowInside(int64_t bufferSize, int64_t offset, int64_t length) {
   return offset >= 0 && offset + length <= bufferSize;
@@ -117,9 +107,17 @@ bool RowsExhausted(int64_t row, int64_t stride, int64_t rowLength, int64_t buffe
 
 }  // namespace
 
-const std::vector<const RowKernelSet*>& RunnableRowKernelSets() {
-  static const std::vector<const RowKernelSet*> sets = FindRunnableSets();
-  return sets;
+const RowKernelSet& RowKernelsFor(uint32_t features) {
+#ifdef PELCAST_AVX2_ROW_KERNELS
+  if ((kSetAvx2 & ~features) == 0) return kAvx2Kernels;
+#endif
+  static_cast<void>(features);
+  return kPlainKernels;
+}
+
+const RowKernelSet& ActiveRowKernels() {
+  static const RowKernelSet& active = RowKernelsFor(CpuFeatures());
+  return active;
 }
 
 void InterleaveChromaRow(const uint8_t* u, const uint8_t* v, uint8_t* uv, size_t count) {

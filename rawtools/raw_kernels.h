@@ -6,7 +6,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <vector>
 
 #include "rawtools/clipped_rows.h"
 
@@ -40,9 +39,11 @@ struct RowKernelSet {
   uint64_t (*sumSquares)(const uint8_t* x, size_t count);
 };
 
-// The sets this processor can run, the plain one first. The row kernels above
-// use the last, the widest.
-const std::vector<const RowKernelSet*>& RunnableRowKernelSets();
+// The kernels of the widest set that `features` (common/cpu.h) runs.
+const RowKernelSet& RowKernelsFor(uint32_t features);
+
+// What the row kernels above use: the table of CpuFeatures(), chosen once.
+const RowKernelSet& ActiveRowKernels();
 
 // Whole-plane work of the commands, on buffers whose rows may fall partly or
 // wholly outside them (positions outside read as 0; stores outside are

@@ -33,19 +33,20 @@ uint64_t SwizzleMacroTile(uint64_t macroTile, uint64_t x, uint64_t y, uint64_t m
 // Byte offset of the metadata byte of tile (row, column) in a metadata plane
 // whose metadata tiles run `metaTilesPerRow` to a row.
 inline uint64_t MetaByteOffset(uint64_t row, uint64_t column, uint64_t metaTilesPerRow) {
-  constexpr uint64_t kQuarter = 8;          // a metadata tile is four 8 x 8 quarters
+  constexpr uint64_t kQuarter = 8;  // a metadata tile is four 8 x 8 quarters
   constexpr uint64_t kQuarterBytes = 64;
   const uint64_t tile = (row / kMetaTileSide) * metaTilesPerRow + column / kMetaTileSide;
   const uint64_t v = row % kMetaTileSide;
   const uint64_t u = column % kMetaTileSide;
-  const uint64_t rowPart = v < kQuarter ? kQuarter * v : 2 * kQuarterBytes + kQuarter * (v - kQuarter);
+  const uint64_t rowPart =
+      v < kQuarter ? kQuarter * v : 2 * kQuarterBytes + kQuarter * (v - kQuarter);
   const uint64_t colPart = u < kQuarter ? u : kQuarterBytes + (u - kQuarter);
   return kMetaTileBytes * tile + rowPart + colPart;
 }
 
 // How the slot table is filled.
 enum class SlotRule : uint64_t {  // 64-bit so a layout has no padding bytes
-  kSwizzled,      // SwizzleMacroTile when swizzleEnable is set (RGBA8888, NV12)
+  kSwizzled,                      // SwizzleMacroTile when swizzleEnable is set (RGBA8888, NV12)
   kRgb565Banked,  // the RGB565 decoder's reduced in-place swizzle and its unswizzled rule
 };
 
@@ -102,6 +103,39 @@ inline uint64_t TileSlot(const TileAddressTables& tables, uint64_t row, uint64_t
 inline uint64_t TileMetaOffset(const TileAddressTables& tables, uint64_t row, uint64_t column) {
   if (!tables.valid || row >= tables.layout.metaRows || column >= tables.metaColumns) return 0;
   return MetaByteOffset(row, column, tables.layout.metaTilesPerRow);
+}
+
+// The addresses of one tile row, looked up once for the row. Lookups of its
+// tiles give exactly what TileSlot and TileMetaOffset give: a metadata
+// offset is a row part plus a column part (MetaByteOffset(row, 0, T) +
+// MetaByteOffset(0, column, T)), and both are 0 outside the tables.
+struct TileRowAddresses {
+  const uint64_t* slots;  // the row of the slot table; null outside it
+  uint64_t slotColumns;   // 0 outside the slot table
+  uint64_t metaRowBase;
+  uint64_t metaColumns;  // 0 outside the metadata table
+};
+
+inline TileRowAddresses RowAddresses(const TileAddressTables& tables, uint64_t row) {
+  TileRowAddresses a{nullptr, 0, 0, 0};
+  if (!tables.valid) return a;
+  if (row < tables.layout.tileRows) {
+    a.slots = tables.slots + row * tables.slotColumns;
+    a.slotColumns = tables.slotColumns;
+  }
+  if (row < tables.layout.metaRows) {
+    a.metaRowBase = MetaByteOffset(row, 0, tables.layout.metaTilesPerRow);
+    a.metaColumns = tables.metaColumns;
+  }
+  return a;
+}
+
+inline uint64_t SlotAt(const TileRowAddresses& a, uint64_t column) {
+  return column < a.slotColumns ? a.slots[column] : 0;
+}
+
+inline uint64_t MetaOffsetAt(const TileRowAddresses& a, uint64_t column) {
+  return column < a.metaColumns ? a.metaRowBase + MetaByteOffset(0, column, 0) : 0;
 }
 
 }  // namespace pelcast

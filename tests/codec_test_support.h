@@ -3,10 +3,13 @@
 // descriptor set-up, so the tests check that set-up rather than repeat it.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <memory>
+#include <string>
 #include <vector>
 
+#include "common/cpu.h"
 #include "decoder/frame_decoder.h"
 #include "decoder/tile_kernels.h"
 #include "encoder/frame_encoder.h"
@@ -97,11 +100,12 @@ inline ZpakConfig EncodeConfig(const EncodeGeometryT<uint32_t>& g, bool nv12, ui
   return c;
 }
 
-// The frame decoder of the descriptor's surface format.
+// The frame decoder of the descriptor's surface format, with a table of tile
+// kernels or (null) the general tile decoder.
 inline uint64_t RunDecoder(ZpakContext* context, const ZpakConfig& c,
-                           TileKernel kernel = BestTileKernel()) {
-  return c.surfaceFormat == kSurfaceRgb565 ? DecodeZpakFrameRgb565WithKernel(context, &c, kernel)
-                                           : DecodeZpakFrameWithKernel(context, &c, kernel);
+                           const TileDecodeKernels* kernels = &ActiveTileDecodeKernels()) {
+  return c.surfaceFormat == kSurfaceRgb565 ? DecodeZpakFrameRgb565WithKernels(context, &c, kernels)
+                                           : DecodeZpakFrameWithKernels(context, &c, kernels);
 }
 
 inline uint64_t RunEncoder(ZpakContext* context, const ZpakConfig& c) {
@@ -109,13 +113,19 @@ inline uint64_t RunEncoder(ZpakContext* context, const ZpakConfig& c) {
                                            : EncodeZpakFrame(context, &c);
 }
 
-// The exact decoder and every specialised one this processor runs.
-inline std::vector<TileKernel> AllTileKernels() {
-  std::vector<TileKernel> kernels{TileKernel::kExact};
-  for (TileKernel k : {TileKernel::kPlain, TileKernel::kAvx2, TileKernel::kNeon}) {
-    if (TileKernelAvailable(k)) kernels.push_back(k);
+// The general decoder (null) and the table of every kernel set this
+// processor runs, each distinct table once.
+inline std::vector<const TileDecodeKernels*> AllTileKernels() {
+  std::vector<const TileDecodeKernels*> kernels{nullptr};
+  for (const KernelSet& set : RunnableKernelSets()) {
+    const TileDecodeKernels* k = &TileDecodeKernelsFor(set.features);
+    if (std::find(kernels.begin(), kernels.end(), k) == kernels.end()) kernels.push_back(k);
   }
   return kernels;
+}
+
+inline std::string KernelName(const TileDecodeKernels* kernels) {
+  return kernels != nullptr ? kernels->name : "general";
 }
 
 }  // namespace pelcast::testing

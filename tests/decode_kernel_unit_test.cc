@@ -1,10 +1,14 @@
 // The specialised tile kernels against the general tile decoder, bit for bit:
 // random streams (any code, raw and above-escape groups, colour and alpha
 // flags, streams longer than the staged bytes), streams built to reach the
-// largest sample values the format allows, and whole frames (raw tiles among
-// them) with clipped edges, short buffers and every addressing rule, compared
-// byte for byte and in the context state they leave behind. (Real content
-// through every kernel: the frame encoder's round trips of the test frames.)
+// largest sample values the format allows, constant tiles (every code 0) and
+// sparse ones, each also read with other bytes than zeros after the staged
+// ones, as a stream decoded where it lies in the frame sees them; the length
+// each kernel reports against one counted here; and whole frames (raw and
+// constant tiles among them) with clipped edges, short buffers and every
+// addressing rule, compared byte for byte and in the context state they
+// leave behind. (Real content through every kernel: the frame encoder's
+// round trips of the test frames.)
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -34,10 +38,10 @@ const KindCase kKinds[] = {
     {"RGB565", TileKind::kRgb565, 12, 0, 32, 4, 128, {19, 22, 27, 30, 32}},
 };
 
-// The specialised kernels: all but the exact decoder.
-std::vector<TileKernel> FastKernels() {
-  const std::vector<TileKernel> all = AllTileKernels();
-  return std::vector<TileKernel>(all.begin() + 1, all.end());
+// The kernel tables: all but the general decoder.
+std::vector<const TileDecodeKernels*> FastKernels() {
+  const std::vector<const TileDecodeKernels*> all = AllTileKernels();
+  return std::vector<const TileDecodeKernels*>(all.begin() + 1, all.end());
 }
 
 // The general decoder's raster tile for the stored bytes (cut to the kind's
@@ -53,22 +57,30 @@ Bytes ExactTile(const KindCase& k, const Bytes& stored, uint32_t meta) {
   return out;
 }
 
+struct KernelRun {
+  Bytes tile;
+  uint32_t bits;
+};
+
 // The kernel's tile written at pitch rowBytes + 7 into a buffer of guard
-// bytes; returns the tile rows and checks that no guard byte changed.
-Bytes KernelTile(const KindCase& k, TileKernel kernel, const Bytes& stored) {
-  Bytes padded(kPaddedTileBytes, 0);
+// bytes, from the staged bytes followed by `after` (zeros as the frame
+// decoders' copies have, or whatever follows in the frame); checks that no
+// guard byte changed.
+KernelRun KernelTile(const KindCase& k, const TileDecodeKernels& kernels, const Bytes& stored,
+                     const Bytes& after) {
+  Bytes padded = after;
   std::copy_n(stored.begin(), k.storedBytes, padded.begin());
   const size_t pitch = k.rowBytes + 7;
   Bytes canvas(pitch * k.rows + 64, 0xA5);
   uint8_t* out = canvas.data() + 32;
-  DecodeCompressedTile(kernel, k.kind, padded.data(), out, pitch);
-  Bytes tile;
+  KernelRun run{};
+  run.bits = kernels.decode[static_cast<size_t>(k.kind)](padded.data(), out, pitch);
   for (size_t y = 0; y < k.rows; ++y) {
-    tile.insert(tile.end(), out + y * pitch, out + y * pitch + k.rowBytes);
+    run.tile.insert(run.tile.end(), out + y * pitch, out + y * pitch + k.rowBytes);
     std::fill_n(out + y * pitch, k.rowBytes, 0xA5);
   }
   EXPECT_EQ(canvas, Bytes(canvas.size(), 0xA5)) << k.name << ": bytes outside the tile written";
-  return tile;
+  return run;
 }
 
 // Component layout of each kind's stream, for building streams by hand.
@@ -90,8 +102,35 @@ StreamShape ShapeFor(TileKind kind) {
   }
 }
 
-// How a built stream picks each group's code and residuals.
-enum class Picks { kAnyCode, kExtremes };
+// The bits a stream takes, counted field by field from its flags and codes.
+uint32_t CountStreamBits(TileKind kind, const Bytes& stored) {
+  const StreamShape shape = ShapeFor(kind);
+  size_t at = 0;
+  auto take = [&](int count) {
+    uint32_t value = 0;
+    for (int i = 0; i < count; ++i, ++at) value |= uint32_t((stored[at / 8] >> (at % 8)) & 1) << i;
+    return value;
+  };
+  const uint32_t colour = shape.colourFlag ? take(1) : 0;
+  const uint32_t constant = shape.alphaFlag ? take(1) : 0;
+  int coded[4];
+  for (int s = 0; s < 4; ++s) coded[s] = shape.sampleBits[s] + (colour && (s == 1 || s == 2));
+  for (int s = 0; s < shape.bases; ++s) at += coded[s];
+  const int series = shape.bases - static_cast<int>(constant);
+  uint32_t residualBits = 0;
+  for (int g = 0; g < 16; ++g) {
+    for (int s = 0; s < series; ++s) {
+      const int code = static_cast<int>(take(3));
+      residualBits += 4 * (code < shape.escape[s] ? code : coded[s]);
+    }
+  }
+  return static_cast<uint32_t>(at) + residualBits;
+}
+
+// How a built stream picks each group's code and residuals: any code, the
+// extremes below, every code 0 (a constant tile), mostly 0, or any code but
+// in block rows that are all 0 (rows that repeat the row above).
+enum class Picks { kAnyCode, kExtremes, kFlat, kSparse, kFlatRows };
 
 // A stream of the kind with random flags and bases; codes and residuals as
 // `picks` says. kExtremes uses only raw groups of the largest or smallest
@@ -109,9 +148,12 @@ Bytes BuildStream(TileKind kind, Picks picks, std::mt19937* rng) {
   for (int s = 0; s < shape.bases; ++s) PutBits(&w, (*rng)() & ((1u << coded[s]) - 1), coded[s]);
   const int series = shape.bases - constant;
   int codes[16][4];
+  const uint32_t flatRows = (*rng)() % 16;  // bit y: block row y has codes 0
   for (int g = 0; g < 16; ++g) {
     for (int s = 0; s < series; ++s) {
       int code = int((*rng)() % 8);
+      if (picks == Picks::kFlat || (picks == Picks::kSparse && (*rng)() % 4 != 0)) code = 0;
+      if (picks == Picks::kFlatRows && ((flatRows >> (g / 4)) & 1) != 0) code = 0;
       if (picks == Picks::kExtremes) {
         const int widest = std::min(shape.escape[s] - 1, 6);
         code = (*rng)() % 3 == 0 ? shape.escape[s] : ((*rng)() % 4 == 0 ? 7 : widest);
@@ -143,20 +185,33 @@ Bytes BuildStream(TileKind kind, Picks picks, std::mt19937* rng) {
 }
 
 TEST(DecodeKernels, RandomAndBuiltTilesMatchTheGeneralDecoder) {
+  constexpr Picks kPicks[] = {Picks::kAnyCode, Picks::kExtremes, Picks::kFlat, Picks::kSparse,
+                              Picks::kFlatRows};
   std::mt19937 rng(20240611);
   for (const KindCase& k : kKinds) {
-    for (TileKernel kernel : FastKernels()) {
-      for (int trial = 0; trial < 1500; ++trial) {
+    for (const TileDecodeKernels* kernels : FastKernels()) {
+      for (int trial = 0; trial < 2000; ++trial) {
         Bytes stored;
-        if (trial % 3 == 0) {
+        if (trial % 6 == 0) {
           stored = RandomBytes(256, rng());
         } else {
-          stored = BuildStream(k.kind, trial % 3 == 1 ? Picks::kAnyCode : Picks::kExtremes, &rng);
+          stored = BuildStream(k.kind, kPicks[trial % 6 - 1], &rng);
         }
         const uint32_t meta = k.compressedMeta[trial % 5];
         ASSERT_FALSE(IsRawTile(k.kind, meta));
-        ASSERT_EQ(KernelTile(k, kernel, stored), ExactTile(k, stored, meta))
-            << k.name << " kernel " << int(kernel) << " trial " << trial;
+        const std::string what =
+            std::string(k.name) + " kernel " + kernels->name + " trial " + std::to_string(trial);
+        const Bytes exact = ExactTile(k, stored, meta);
+        const KernelRun zeros = KernelTile(k, *kernels, stored, Bytes(kPaddedTileBytes, 0));
+        ASSERT_EQ(zeros.tile, exact) << what;
+        ASSERT_EQ(zeros.bits, CountStreamBits(k.kind, stored)) << what;
+        // A stream that ends within the staged bytes does not look past them.
+        const KernelRun other =
+            KernelTile(k, *kernels, stored, RandomBytes(kPaddedTileBytes, rng()));
+        ASSERT_EQ(other.bits, zeros.bits) << what;
+        if (zeros.bits <= 8 * k.storedBytes) {
+          ASSERT_EQ(other.tile, exact) << what;
+        }
       }
     }
   }
@@ -169,12 +224,18 @@ TEST(DecodeKernels, OnlyTheConfiguredPlanesHaveAKind) {
     TileKind kind;
   };
   const MatchCase cases[] = {
-      {0, 0, 0, true, TileKind::kRgba8888},   {0, 5, 0, true, TileKind::kRgba8888},
-      {1, 1, 0, true, TileKind::kNv12Luma},   {1, 1, 1, true, TileKind::kNv12Chroma},
-      {12, 12, 0, true, TileKind::kRgb565},   {0, 3, 0, false, {}},  // two-byte layout
-      {0, 1, 0, false, {}},                    {1, 0, 0, false, {}},  // luma set, RGBA layout
-      {1, 1, 2, false, {}},                    {12, 0, 0, false, {}},
-      {5, 5, 0, false, {}},                    {0, 0, 1, false, {}},  // set 1 unconfigured
+      {0, 0, 0, true, TileKind::kRgba8888},
+      {0, 5, 0, true, TileKind::kRgba8888},
+      {1, 1, 0, true, TileKind::kNv12Luma},
+      {1, 1, 1, true, TileKind::kNv12Chroma},
+      {12, 12, 0, true, TileKind::kRgb565},
+      {0, 3, 0, false, {}},  // two-byte layout
+      {0, 1, 0, false, {}},
+      {1, 0, 0, false, {}},  // luma set, RGBA layout
+      {1, 1, 2, false, {}},
+      {12, 0, 0, false, {}},
+      {5, 5, 0, false, {}},
+      {0, 0, 1, false, {}},  // set 1 unconfigured
   };
   for (const MatchCase& c : cases) {
     ContextPtr context = MakeContext(c.configured);
@@ -213,19 +274,19 @@ struct FrameRun {
 };
 
 FrameRun RunFrame(const FrameCase& f, Bytes* frame, size_t metaBytes, size_t end, uint64_t alt,
-                  TileKernel kernel) {
+                  const TileDecodeKernels* kernel) {
   ContextPtr context = MakeContext(f.contextFormat);
   FrameRun run{};
   run.output.assign(4 * f.alignedWidth * f.alignedHeight + 4096, 0xEE);
-  ZpakConfig c = PlaneConfig(f.surfaceFormat, frame->data(), frame->data() + metaBytes,
-                             frame->data() + end, run.output.data(), f.alignedWidth,
-                             f.alignedHeight, f.width, f.height, f.stride);
+  ZpakConfig c =
+      PlaneConfig(f.surfaceFormat, frame->data(), frame->data() + metaBytes, frame->data() + end,
+                  run.output.data(), f.alignedWidth, f.alignedHeight, f.width, f.height, f.stride);
   c.uvMetaPlane = frame->data() + frame->size() / 2;
   c.uvDataOffset = frame->size() / 2;
   c.altAddressing = alt;
   run.result = RunDecoder(context.get(), c, kernel);
-  for (const uint8_t* b : {context->compressedTileBuffer, context->decodedTileBuffer,
-                           context->stagedTileBuffer}) {
+  for (const uint8_t* b :
+       {context->compressedTileBuffer, context->decodedTileBuffer, context->stagedTileBuffer}) {
     run.tileBuffers.insert(run.tileBuffers.end(), b, b + 256);
   }
   run.contextFormat = context->contextFormat, run.planeIndex = context->planeIndex;
@@ -253,15 +314,21 @@ TEST(DecodeKernels, RandomFramesMatchTheGeneralDecoder) {
         frame[i] = kFrameMeta[rng() % sizeof kFrameMeta];
         frame[frame.size() / 2 + i] = kFrameMeta[rng() % sizeof kFrameMeta];
       }
+      // Every third half slot starts a constant tile of any kind: two bytes
+      // of flags and base values, then 30 zero bytes where the codes lie.
+      for (size_t at = metaBytes; at + 32 <= frame.size(); at += 3 * 128) {
+        if (at >= frame.size() / 2 && at < frame.size() / 2 + metaBytes) continue;
+        std::fill_n(&frame[at + 2], 30, 0);
+      }
       // Odd trials end the buffer inside the first data plane's tiles (the
       // rest reads as zeros); trial 5 takes every tile as stored uncompressed.
       const size_t end = trial % 2 == 1 ? metaBytes + 3000 * trial + 37 : frame.size();
       const uint64_t alt = trial == 5 ? 1 : 0;
-      const FrameRun exact = RunFrame(f, &frame, metaBytes, end, alt, TileKernel::kExact);
-      for (TileKernel kernel : FastKernels()) {
+      const FrameRun exact = RunFrame(f, &frame, metaBytes, end, alt, nullptr);
+      for (const TileDecodeKernels* kernel : FastKernels()) {
         const FrameRun fast = RunFrame(f, &frame, metaBytes, end, alt, kernel);
-        const std::string what = std::string(f.name) + " kernel " +
-                                 std::to_string(int(kernel)) + " trial " + std::to_string(trial);
+        const std::string what =
+            std::string(f.name) + " kernel " + kernel->name + " trial " + std::to_string(trial);
         ASSERT_EQ(fast.output, exact.output) << what;
         EXPECT_EQ(fast.tileBuffers, exact.tileBuffers) << what;
         EXPECT_EQ(fast.contextFormat, exact.contextFormat) << what;

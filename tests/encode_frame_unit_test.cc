@@ -57,10 +57,11 @@ TEST(FrameEncoder, Nv12FramesRoundTrip) {
   // and builds its tables from them; the decoder reads the real size from
   // tables of the aligned size. Sizes cover partial tiles, odd sizes, several
   // macro-tile and metadata-tile columns, and widths whose bands take the
-  // bank swizzle. (Heights of 64k + 1 lose their last chroma rows on purpose:
-  // the encode layout gives the chroma plane (h >> 1) rows.)
-  const int sizes[][2] = {{32, 8},  {33, 9}, {40, 10},  {130, 70},  {258, 34},
-                          {640, 64}, {1, 2}, {17, 200}, {1024, 40}, {2048, 72}};
+  // bank swizzle, and a luma plane large enough for the decoder to stream
+  // its rows past the cache. (Heights of 64k + 1 lose their last chroma rows
+  // on purpose: the encode layout gives the chroma plane (h >> 1) rows.)
+  const int sizes[][2] = {{32, 8}, {33, 9},   {40, 10},   {130, 70},  {258, 34},   {640, 64},
+                          {1, 2},  {17, 200}, {1024, 40}, {2048, 72}, {4096, 3072}};
   for (const auto& [w, h] : sizes) {
     // Chroma of odd sizes: U writes (w + 1) / 2 pairs per row and the encoder
     // takes w_aligned / 2, so every real pair is stored.
@@ -80,18 +81,19 @@ TEST(FrameEncoder, RgbaAndRgb565FramesRoundTripThroughEveryKernel) {
   // pixels are whole 32-pixel tiles; a narrower decode width drops columns).
   // Bands of 4096 and more bytes per row exercise the swizzle. (RGB565
   // without the swizzle uses a slot rule under which tiles share slots, so it
-  // cannot round-trip.) Made-up content, then every committed crop.
+  // cannot round-trip.) Made-up content, among it frames large enough for the
+  // decoders to stream their rows past the cache, then every committed crop.
   struct Case {
     int w, h;
     bool rgb565;
     uint64_t swizzle;
     const char* file;  // made-up content when null
   };
-  std::vector<Case> cases = {{64, 16, false, 1, nullptr},  {64, 4, false, 0, nullptr},
-                             {256, 72, false, 1, nullptr}, {1024, 40, false, 1, nullptr},
-                             {2048, 80, false, 1, nullptr}, {128, 16, true, 1, nullptr},
-                             {256, 36, true, 1, nullptr},  {2048, 72, true, 1, nullptr},
-                             {4096, 40, true, 1, nullptr}};
+  std::vector<Case> cases = {
+      {64, 16, false, 1, nullptr},     {64, 4, false, 0, nullptr},    {256, 72, false, 1, nullptr},
+      {1024, 40, false, 1, nullptr},   {2048, 80, false, 1, nullptr}, {128, 16, true, 1, nullptr},
+      {256, 36, true, 1, nullptr},     {2048, 72, true, 1, nullptr},  {4096, 40, true, 1, nullptr},
+      {2048, 1600, false, 1, nullptr}, {4096, 1600, true, 1, nullptr}};
   for (const TestFrame& f : kTestFrames) {
     for (bool rgb565 : {false, true}) cases.push_back({f.width, f.height, rgb565, 1, f.name});
   }
@@ -112,12 +114,12 @@ TEST(FrameEncoder, RgbaAndRgb565FramesRoundTripThroughEveryKernel) {
     ZpakConfig config = FrameConfig(format, g, c.w, c.h, compressed.data(), linear.data());
     config.swizzleEnable = c.swizzle;
     RunEncoder(MakeContext(ContextFormatOf(format)).get(), config);
-    for (TileKernel kernel : AllTileKernels()) {
+    for (const TileDecodeKernels* kernel : AllTileKernels()) {
       Bytes out(g.outputSize, 0);
       config.linearY = out.data();
       RunDecoder(MakeContext(ContextFormatOf(format)).get(), config, kernel);
       EXPECT_EQ(out, linear) << c.w << " x " << c.h << (c.rgb565 ? " RGB565 " : " RGBA8888 ")
-                             << (c.file ? c.file : "") << " kernel " << int(kernel);
+                             << (c.file ? c.file : "") << " kernel " << KernelName(kernel);
     }
   }
 }
@@ -225,7 +227,9 @@ TEST(FrameEncoder, FormatsAndBypassThatEncodeNothing) {
     uint64_t surfaceFormat, bypass;
     bool writes;
   };
-  const Case cases[] = {{kSurfaceRgba8888, 1, false}, {kSurfaceRgb565, 0, false}, {7, 0, false},
+  const Case cases[] = {{kSurfaceRgba8888, 1, false},
+                        {kSurfaceRgb565, 0, false},
+                        {7, 0, false},
                         {kSurfaceRgba8888, 0, true}};
   for (const Case& c : cases) {
     FlatFrame f(1, 0);

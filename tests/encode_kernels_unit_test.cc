@@ -1,8 +1,8 @@
 // The tile encoder's lane routines: the plain ones against residuals, fields
-// and widths worked out here from the gradient predictor's definition, and
-// every vector set this processor runs against the plain one, byte for byte,
-// on made-up blocks and on blocks of the committed real-content frames. Also
-// the bit writer at the end of its buffer.
+// and widths worked out here from the gradient predictor's definition, on
+// made-up blocks and blocks of the committed real-content frames (every
+// vector set against the plain one: checkasm_unit_test.cc). Also the bit
+// writer at the end of its buffer.
 // (The colour transform, RGB565 carries, packing and splits of the active set
 // are checked end to end by the tile encoder's round trips.)
 #include <gtest/gtest.h>
@@ -171,12 +171,6 @@ std::vector<int16_t> WideSamples(const Block& a, const Block& b, int bits) {
   return s;
 }
 
-// The kernel sets to compare with the plain one.
-std::vector<const LaneKernels*> VectorSets() {
-  const VectorKernelSets sets = AvailableVectorLaneKernels();
-  return std::vector<const LaneKernels*>(sets.set, sets.set + sets.count);
-}
-
 TEST(EncodeKernels, PlainResiduesFollowTheGradientPredictor) {
   const LaneKernels& plain = PlainLaneKernels();
   const std::vector<Block> blocks = AllBlocks();
@@ -190,95 +184,6 @@ TEST(EncodeKernels, PlainResiduesFollowTheGradientPredictor) {
       plain.exactLane(s.data(), sizing, &got);
       ExpectSameLane(got, ExpectedExactLane(s.data(), sizing),
                      "exact lane, " + std::to_string(bits) + " bits, block " + std::to_string(n));
-    }
-  }
-}
-
-// Every vector routine against its plain twin on the same input.
-TEST(EncodeKernels, VectorRoutinesMatchThePlainOnes) {
-  const LaneKernels& plain = PlainLaneKernels();
-  const std::vector<Block> blocks = AllBlocks();
-  for (const LaneKernels* vector : VectorSets()) {
-    const std::string name = vector->name;
-    for (size_t n = 0; n + 3 < blocks.size(); ++n) {
-      const std::string at = name + ", block " + std::to_string(n);
-      const Block& b = blocks[n];
-      LaneResidues want[4];
-      LaneResidues got[4];
-      const LaneSizing& sizing = kSizings[n % std::size(kSizings)];
-      plain.byteLane(b.data(), kWidth, sizing, &want[0]);
-      vector->byteLane(b.data(), kWidth, sizing, &got[0]);
-      ExpectSameLane(got[0], want[0], "byte lane, " + at);
-      plain.byteLane(blocks[n + 1].data(), kWidth, sizing, &want[1]);
-      vector->byteLanePair(b.data(), blocks[n + 1].data(), kWidth, sizing, &got[0], &got[1]);
-      ExpectSameLane(got[0], want[0], "byte lane pair, first, " + at);
-      ExpectSameLane(got[1], want[1], "byte lane pair, second, " + at);
-      for (int bits : {6, 9, 10}) {
-        const std::vector<int16_t> s = WideSamples(b, blocks[n + 1], bits);
-        plain.exactLane(s.data(), sizing, &want[2]);
-        vector->exactLane(s.data(), sizing, &got[2]);
-        ExpectSameLane(got[2], want[2], "exact lane, " + at);
-      }
-      const Block* three = &blocks[n + 1];
-      Block low[3];
-      for (int c = 0; c < 3; ++c) {
-        for (int i = 0; i < kSamples; ++i) low[c][i] = three[c][i] & (c == 1 ? 63 : 31);
-      }
-      const uint8_t* const lowRows[3] = {low[0].data(), low[1].data(), low[2].data()};
-      plain.rgb565Lanes(lowRows, kWidth, want);
-      vector->rgb565Lanes(lowRows, kWidth, got);
-      for (int c = 0; c < 3; ++c) ExpectSameLane(got[c], want[c], "rgb565 lanes, " + at);
-      const uint8_t* const fullRows[3] = {three[0].data(), three[1].data(), three[2].data()};
-      for (int bits : {8, 5}) {
-        const uint8_t* const* rows = bits == 8 ? fullRows : lowRows;
-        ColourSamples a;
-        ColourSamples v;
-        const bool fits = plain.colourTransform(rows, kWidth, bits, &a);
-        ASSERT_EQ(vector->colourTransform(rows, kWidth, bits, &v), fits) << "colour, " << at;
-        if (fits) {
-          EXPECT_EQ(0, std::memcmp(&a, &v, sizeof a)) << "colour, " << at;
-        }
-        LaneResidues lanesWant[3];
-        LaneResidues lanesGot[3];
-        const LaneSizing sizings[3] = {kSizings[0], kSizings[1], kSizings[n % 3 + 2]};
-        ASSERT_EQ(plain.colourLanes(rows, kWidth, bits, sizings, &a, lanesWant), fits)
-            << "colour lanes, " << at;
-        ASSERT_EQ(vector->colourLanes(rows, kWidth, bits, sizings, &v, lanesGot), fits)
-            << "colour lanes, " << at;
-        for (int c = 0; c < 3 && fits; ++c) {
-          ExpectSameLane(lanesGot[c], lanesWant[c], "colour lanes, " + at);
-          EXPECT_EQ(0, std::memcmp(a.c[c], v.c[c], sizeof a.c[c])) << "colour lanes, " << at;
-        }
-      }
-      const LaneCoding codings[] = {{7, 8, 0, b.data(), kWidth}, {7, 9, 0, nullptr, 0},
-                                    {5, 5, 6, nullptr, 0}, {2, 8, 0, b.data(), kWidth}};
-      LanePack packs[2][4];
-      for (uint32_t k = 0; k < 4; ++k) {
-        const uint32_t e0 = plain.packLane(want[k % 2], codings[k], &packs[0][k]);
-        const uint32_t e1 = vector->packLane(want[k % 2], codings[k], &packs[1][k]);
-        EXPECT_EQ(e0, e1) << "escaped groups, " << at;
-        EXPECT_EQ(0, std::memcmp(&packs[0][k], &packs[1][k], sizeof(LanePack))) << "pack, " << at;
-      }
-      for (uint32_t lanes : {3u, 4u}) {
-        uint64_t codes[2][4];
-        plain.packCodes(packs[0], lanes, codes[0]);
-        vector->packCodes(packs[0], lanes, codes[1]);
-        EXPECT_EQ(0, std::memcmp(codes[0], codes[1], sizeof codes[0])) << "codes, " << at;
-        uint64_t joined[2][kGroups];
-        uint8_t joinedBits[2][kGroups];
-        plain.joinGroupFields(packs[0], lanes, joined[0], joinedBits[0]);
-        vector->joinGroupFields(packs[0], lanes, joined[1], joinedBits[1]);
-        EXPECT_EQ(0, std::memcmp(joinedBits[0], joinedBits[1], kGroups)) << "joined bits, " << at;
-        EXPECT_EQ(0, std::memcmp(joined[0], joined[1], sizeof joined[0])) << "joined, " << at;
-      }
-      uint8_t quads[2][4 * kSamples];
-      plain.splitQuads(b.data(), kWidth, quads[0]);
-      vector->splitQuads(b.data(), kWidth, quads[1]);
-      EXPECT_EQ(0, std::memcmp(quads[0], quads[1], sizeof quads[0])) << "split quads, " << at;
-      uint8_t words[2][3 * kSamples];
-      plain.splitRgb565(b.data(), kWidth, words[0]);
-      vector->splitRgb565(b.data(), kWidth, words[1]);
-      EXPECT_EQ(0, std::memcmp(words[0], words[1], sizeof words[0])) << "split rgb565, " << at;
     }
   }
 }

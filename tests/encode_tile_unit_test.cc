@@ -1,5 +1,6 @@
 // The tile encoder: shortest streams against a brute-force search, the unit
-// rounding and raw fallback, and its early exits.
+// rounding and raw fallback, the shortcut for tiles of constant lanes
+// against the planner, and its early exits.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -8,7 +9,10 @@
 #include <vector>
 
 #include "decoder/tile_decoder.h"
+#include "encoder/lane_kernels.h"
 #include "encoder/tile_encoder.h"
+#include "encoder/tile_shape.h"
+#include "encoder/tile_stream.h"
 #include "surface/zpak_context.h"
 #include "tests/brute_force_tile.h"
 #include "tests/brute_force_tiles.h"
@@ -79,7 +83,7 @@ TEST(TileEncoder, UnitRoundingKeepsStreamsShorterThanTheRawTile) {
     uint64_t units;  // 4 means stored raw
   };
   const Case cases[] = {
-      {0, 224, 1}, {9, 512, 1}, {10, 544, 2}, {25, 1024, 2},
+      {0, 224, 1},   {9, 512, 1},   {10, 544, 2},  {25, 1024, 2},
       {26, 1056, 3}, {41, 1536, 3}, {42, 1568, 4},
   };
   ZpakContext* context = NewContext(kPlaneCases[1]);
@@ -223,6 +227,93 @@ TEST(TileEncoder, Rgb565EscapesThatPayThroughCarriesAreFound) {
   ReleaseZpakContext(context);
 }
 
+// A raster tile cut into the component planes the tile encoder's core takes.
+struct ComponentPlanes {
+  std::vector<uint8_t> planes[4];
+  TileComponents view{};
+};
+
+ComponentPlanes SplitRaster(Plane plane, const std::vector<uint8_t>& raster) {
+  const brute::Shape s = brute::ShapeOf(plane);
+  ComponentPlanes out;
+  for (int c = 0; c < 4; ++c) {
+    out.planes[c].assign(static_cast<size_t>(s.width * s.height), 0);
+    out.view.plane[c] = out.planes[c].data();
+  }
+  out.view.pitch = static_cast<size_t>(s.width);
+  for (int at = 0; at < s.width * s.height; ++at) {
+    const uint8_t* e = &raster[static_cast<size_t>(at * s.elementBytes)];
+    if (plane == Plane::kRgb565) {
+      const int word = e[0] | e[1] << 8;
+      out.planes[0][at] = static_cast<uint8_t>(word & 31);
+      out.planes[1][at] = static_cast<uint8_t>((word >> 5) & 63);
+      out.planes[2][at] = static_cast<uint8_t>(word >> 11);
+    } else {
+      for (int c = 0; c < s.components; ++c) out.planes[c][at] = e[c];
+    }
+  }
+  return out;
+}
+
+// Tiles whose every block holds one value per component (values at the ends
+// of the range, random ones, the same in every block or not), and the same
+// tiles with one sample changed: the shortcut writes exactly the stream the
+// planner writes, and leaves the changed ones to it.
+TEST(TileEncoder, ConstantLanesGiveThePlannersStream) {
+  Lcg rng{5};
+  for (const PlaneCase& pc : kPlaneCases) {
+    ZpakContext* context = NewContext(pc);
+    TileShape shape;
+    MakeTileShape(context->planes[pc.planeIndex], &shape);
+    const brute::Shape s = brute::ShapeOf(pc.plane);
+    for (int trial = 0; trial < 600; ++trial) {
+      int value[4][4];  // [block][component]
+      for (auto& block : value) {
+        for (int c = 0; c < 4; ++c) {
+          const int top = pc.plane == Plane::kRgb565 ? (c == 1 ? 63 : 31) : 255;
+          const int pick = static_cast<int>(rng.Next() % 4);
+          block[c] = pick == 0 ? 0 : pick == 1 ? top : static_cast<int>(rng.Next()) % (top + 1);
+        }
+        if (trial % 3 == 0) std::copy_n(value[0], 4, block);  // every block alike
+      }
+      std::vector<uint8_t> raster(RawTileBytes(pc.plane));
+      for (int y = 0; y < s.height; ++y) {
+        for (int x = 0; x < s.width; ++x) {
+          const int* v = value[s.blocks == 1 ? 0 : s.blocks == 2 ? y / 4 : 2 * (y / 4) + x / 16];
+          uint8_t* e = &raster[static_cast<size_t>((y * s.width + x) * s.elementBytes)];
+          if (pc.plane == Plane::kRgb565) {
+            const int word = v[0] | v[1] << 5 | v[2] << 11;
+            e[0] = static_cast<uint8_t>(word & 0xff);
+            e[1] = static_cast<uint8_t>(word >> 8);
+          } else {
+            for (int c = 0; c < s.components; ++c) e[c] = static_cast<uint8_t>(v[c]);
+          }
+        }
+      }
+      for (const bool changed : {false, true}) {
+        if (changed) raster[rng.Next() % raster.size()] ^= 1;
+        const ComponentPlanes split = SplitRaster(pc.plane, raster);
+        uint8_t fast[256];
+        uint8_t planned[256];
+        std::memset(fast, 0xee, sizeof fast);
+        std::memset(planned, 0xee, sizeof planned);
+        uint64_t fastBits = 0;
+        uint64_t plannedBits = 0;
+        const LaneKernels& k = ActiveLaneKernels();
+        const uint64_t units = EncodeTileStream(shape, k, split.view, fast, 256, &fastBits);
+        ASSERT_EQ(units, PlanTileStream(shape, k, split.view, planned, 256, &plannedBits))
+            << pc.name << " trial " << trial;
+        ASSERT_EQ(fastBits, plannedBits) << pc.name << " trial " << trial;
+        ASSERT_EQ(0, std::memcmp(fast, planned, units * 64)) << pc.name << " trial " << trial;
+        if (!changed) {
+          EXPECT_EQ(units, 1u) << pc.name;
+        }
+      }
+    }
+    ReleaseZpakContext(context);
+  }
+}
+
 TEST(TileEncoder, RefusesBadCountsAndNullPointers) {
   ZpakContext* context = NewContext(kPlaneCases[0]);
   uint8_t tile[256] = {};
@@ -242,9 +333,9 @@ TEST(TileEncoder, RefusesBadCountsAndNullPointers) {
     context->planes[0].blockCount = c.blocks;
     std::memset(output, 0xee, sizeof output);
     uint64_t n = 77;
-    const int64_t status = EncodeZpakTile(context, c.nullTile ? nullptr : tile,
-                                          c.nullOutput ? nullptr : output,
-                                          c.nullCount ? nullptr : &n);
+    const int64_t status =
+        EncodeZpakTile(context, c.nullTile ? nullptr : tile, c.nullOutput ? nullptr : output,
+                       c.nullCount ? nullptr : &n);
     EXPECT_EQ(status, 0) << c.name;
     EXPECT_EQ(n, 77u) << c.name;
     EXPECT_EQ(output[0], 0xee) << c.name;

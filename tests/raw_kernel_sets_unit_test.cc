@@ -6,6 +6,7 @@
 
 #include <string>
 
+#include "common/cpu.h"
 #include "rawtools/raw_kernels.h"
 #include "tests/test_support.h"
 
@@ -40,7 +41,8 @@ uint64_t NaiveSquaredDifference(const uint8_t* a, const uint8_t* b, size_t count
 }
 
 TEST(RowKernelSets, InterleaveMatchesBytePairs) {
-  for (const RowKernelSet* set : RunnableRowKernelSets()) {
+  for (const KernelSet& runnable : RunnableKernelSets()) {
+    const RowKernelSet* set = &RowKernelsFor(runnable.features);
     for (const size_t offset : kOffsets) {
       for (const size_t count : kLengths) {
         const Bytes u = RandomBytes(count + offset, 11);
@@ -60,7 +62,8 @@ TEST(RowKernelSets, InterleaveMatchesBytePairs) {
 }
 
 TEST(RowKernelSets, SquaredErrorSumsMatchExactSums) {
-  for (const RowKernelSet* set : RunnableRowKernelSets()) {
+  for (const KernelSet& runnable : RunnableKernelSets()) {
+    const RowKernelSet* set = &RowKernelsFor(runnable.features);
     for (const Fill fill : {Fill::kRandom, Fill::kExtremes}) {
       for (const size_t offset : kOffsets) {
         for (const size_t count : kLengths) {
