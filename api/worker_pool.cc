@@ -17,8 +17,10 @@ void TakeJobs(WorkerPool* pool, uint32_t worker) {
   }
 }
 
-void WorkerLoop(WorkerPool* pool, uint32_t worker) {
-  uint64_t seen = 0;
+// `seen` is the run the pool was at when the worker started: a pool started
+// again after a stop keeps counting runs, and a worker that took the count
+// of 0 for its own would join a run that is over.
+void WorkerLoop(WorkerPool* pool, uint32_t worker, uint64_t seen) {
   for (;;) {
     {
       std::unique_lock<std::mutex> lock(pool->mutex);
@@ -38,7 +40,7 @@ uint32_t StartWorkers(WorkerPool* pool, uint32_t workers) {
   try {
     pool->threads.reserve(workers);
     for (uint32_t i = 0; i < workers; ++i) {
-      pool->threads.emplace_back(WorkerLoop, pool, i + 1);
+      pool->threads.emplace_back(WorkerLoop, pool, i + 1, pool->generation);
     }
   } catch (const std::exception&) {
     // Threads the system would not start: the others share the work.
