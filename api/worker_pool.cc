@@ -66,8 +66,10 @@ bool AwaitRun(WorkerPool* pool, uint64_t seen) {
   return !pool->stopping.load(std::memory_order_acquire);
 }
 
-void WorkerLoop(WorkerPool* pool, uint32_t worker) {
-  uint64_t seen = 0;
+// `seen` is the run the pool was at when the worker started: a pool started
+// again after a stop keeps counting runs, and a worker that took the count
+// of 0 for its own would join a run that is over.
+void WorkerLoop(WorkerPool* pool, uint32_t worker, uint64_t seen) {
   while (AwaitRun(pool, seen)) {
     seen = pool->generation.load(std::memory_order_acquire);
     TakeJobs(pool, worker);
@@ -86,6 +88,7 @@ void WorkerLoop(WorkerPool* pool, uint32_t worker) {
 struct WorkerStart {
   WorkerPool* pool;
   uint32_t worker;
+  uint64_t seen;  // the pool's run count when it was started
   cpu_set_t processors;
   bool placed;  // it was started on other processors than these
 };
@@ -93,7 +96,7 @@ struct WorkerStart {
 void* WorkerMain(void* argument) {
   const std::unique_ptr<WorkerStart> start(static_cast<WorkerStart*>(argument));
   if (start->placed) sched_setaffinity(0, sizeof start->processors, &start->processors);
-  WorkerLoop(start->pool, start->worker);
+  WorkerLoop(start->pool, start->worker, start->seen);
   return nullptr;
 }
 
@@ -101,7 +104,8 @@ void* WorkerMain(void* argument) {
 // `current`; false when the system refuses.
 bool StartWorker(WorkerPool* pool, uint32_t worker, const cpu_set_t& processors, int current,
                  bool known) {
-  auto* start = new (std::nothrow) WorkerStart{pool, worker, processors, false};
+  auto* start = new (std::nothrow) WorkerStart{
+      pool, worker, pool->generation.load(std::memory_order_relaxed), processors, false};
   if (start == nullptr) return false;
   pthread_attr_t attributes;
   if (pthread_attr_init(&attributes) != 0) {
@@ -140,7 +144,8 @@ uint32_t StartWorkers(WorkerPool* pool, uint32_t workers) {
     }
 #else
     for (uint32_t i = 0; i < workers; ++i) {
-      pool->threads.emplace_back(WorkerLoop, pool, i + 1);
+      pool->threads.emplace_back(WorkerLoop, pool, i + 1,
+                                 pool->generation.load(std::memory_order_relaxed));
     }
 #endif
   } catch (const std::exception&) {

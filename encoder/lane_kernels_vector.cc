@@ -21,7 +21,8 @@ constexpr LaneKernels kSse2 = MakeX86LaneKernels("sse2");
 const LaneKernels& NeonLaneKernels();
 #endif
 
-const LaneKernels& LaneKernelsFor(uint32_t features) {
+// `features` goes unused where there are no vector lane routines (WebAssembly).
+const LaneKernels& LaneKernelsFor([[maybe_unused]] uint32_t features) {
 #if defined(__x86_64__)
   if ((kSetAvx2 & ~features) == 0) return Avx2LaneKernels();
   if ((kSetSse2 & ~features) == 0) return kSse2;

@@ -3,8 +3,9 @@
 # the compilers and build tools, GoogleTest (prebuilt for the host and as
 # sources for cross builds), Google Benchmark, clang for the fuzz targets,
 # for the arm64 stage the aarch64 cross compiler and the user-mode emulator,
-# and for the Python package Debian's Python with its headers, venv, wheel,
-# pybind11, numpy, pytest and Pillow (the README's example).
+# for the Python package Debian's Python with its headers, venv, wheel,
+# pybind11, numpy, pytest and Pillow (the README's example), and for the
+# browser viewer Emscripten, chromium, node and npm.
 # Prints nothing and touches nothing when everything is already there; runs
 # `apt-get update` once, and only when something has to be installed.
 set -euo pipefail
@@ -15,6 +16,7 @@ packages=(
   clang libclang-rt-14-dev
   g++-aarch64-linux-gnu qemu-user
   python3-dev python3-venv python3-wheel python3-pybind11 python3-numpy python3-pytest python3-pil
+  emscripten chromium
 )
 
 installed() {
@@ -25,6 +27,10 @@ missing=()
 for package in "${packages[@]}"; do
   installed "$package" || missing+=("$package")
 done
+# The browser viewer's tests run under node with npm; a node installed from
+# elsewhere (with its own npm) serves as well as Debian's.
+command -v node >/dev/null || installed nodejs || missing+=(nodejs)
+command -v npm >/dev/null || installed npm || missing+=(npm)
 [ ${#missing[@]} -eq 0 ] && exit 0
 
 # CI runs as root; a developer's own machine may need sudo.

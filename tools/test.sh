@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # Builds and runs every test: the optimised build, the address+undefined
-# sanitizer build, and the other stages the project has (a program built
-# against the installed package, the Python package, arm64 under emulation,
-# fuzz smoke runs). Installs what a fresh Debian 12 machine lacks.
+# sanitizer build, and the other stages the project has (the browser viewer
+# in headless chromium, a program built against the installed package, the
+# Python package, arm64 under emulation, fuzz smoke runs). Installs what a
+# fresh Debian 12 machine lacks.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -17,7 +18,7 @@ for preset in release debug-asan; do
   ctest --preset "$preset" -j"$(nproc)"
 done
 
-for extra in tools/test-consumer.sh tools/test-python.sh tools/test-arm64.sh tools/fuzz-smoke.sh; do
+for extra in tools/test-web.sh tools/test-consumer.sh tools/test-python.sh tools/test-arm64.sh tools/fuzz-smoke.sh; do
   if [ -x "$extra" ]; then
     stage "$extra"
     "$extra"

@@ -3,6 +3,7 @@
 // several threads all give what one thread on a packed frame gives.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <string>
 #include <thread>
@@ -65,6 +66,30 @@ TEST(ApiThreads, OneToFourThreadsGiveTheSameBytes) {
       EXPECT_EQ(std::memcmp(&many.stats, &one.stats, sizeof one.stats), 0);
     }
   }
+}
+
+// A codec whose thread count changes between frames: its workers are
+// stopped and started again on a pool that has already run frames.
+TEST(ApiThreads, ThreadCountsChangingBetweenFrames) {
+  const pelcast_format format = PELCAST_FORMAT_NV12;
+  const Bytes linear = MakeFrame(format, kW, kH, 12);
+  const Bytes zpak = Encode(format, kW, kH, linear);
+  pelcast_codec* codec = nullptr;
+  ASSERT_EQ(pelcast_codec_create(format, kW, kH, &codec), PELCAST_OK);
+  Bytes out(linear.size()), again(zpak.size());
+  pelcast_image image;
+  pelcast_image_init_packed(&image, format, kW, kH, out.data(), out.size());
+  for (uint32_t threads : {2u, 3u, 1u, 4u, 2u, 2u, 3u}) {
+    ASSERT_EQ(pelcast_codec_set_threads(codec, threads), PELCAST_OK);
+    for (int frame = 0; frame < 3; ++frame) {
+      std::fill(out.begin(), out.end(), 0);
+      ASSERT_EQ(pelcast_codec_decode(codec, zpak.data(), zpak.size(), &image), PELCAST_OK);
+      EXPECT_EQ(out, linear) << threads << " threads";
+      ASSERT_EQ(pelcast_codec_encode(codec, &image, again.data(), again.size()), PELCAST_OK);
+      EXPECT_EQ(again, zpak) << threads << " threads";
+    }
+  }
+  pelcast_codec_destroy(codec);
 }
 
 TEST(ApiThreads, ZeroThreadsMeansOnePerProcessor) {

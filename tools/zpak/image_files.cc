@@ -302,13 +302,6 @@ void Y4mFrame(const uint8_t* nv12, uint32_t width, uint32_t height, std::vector<
   }
 }
 
-void ResizeRaster(Raster* raster, uint32_t width, uint32_t height, uint32_t channels) {
-  raster->width = width;
-  raster->height = height;
-  raster->channels = channels;
-  raster->samples.resize(size_t{width} * height * channels);
-}
-
 bool ReadPng(FILE* file, const std::string& inputName, Raster* raster, std::string* error) {
   PngErrors errors{};
   if (ReadPngStream(file, raster, &errors)) return true;

@@ -191,6 +191,13 @@ void FillRect(Raster* raster, uint32_t x0, uint32_t y0, uint32_t w, uint32_t h, 
   }
 }
 
+void ResizeRaster(Raster* raster, uint32_t width, uint32_t height, uint32_t channels) {
+  raster->width = width;
+  raster->height = height;
+  raster->channels = channels;
+  raster->samples.resize(size_t{width} * height * channels);
+}
+
 void RasterOfFrame(pelcast_format format, uint32_t width, uint32_t height, const uint8_t* packed,
                    YuvMatrix matrix, Raster* out) {
   if (format == PELCAST_FORMAT_NV12) {
