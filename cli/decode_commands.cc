@@ -6,7 +6,6 @@
 #include <cstdio>
 #include <cstdlib>
 
-
 #include "api/worker_pool.h"
 #include "cli/command_threads.h"
 #include "cli/commands.h"
@@ -126,9 +125,7 @@ bool Convert(const DecodeCommand& command, DecodeSession* s) {
                 static_cast<void*>(s->frameBuffer), static_cast<void*>(s->outputBuffer));
     return false;
   }
-  PrepareBands(command, s,
-               ThreadsWorthStarting(CommandThreadSetting(), MayHoldBytes(s->input, 2 * uint64_t{s->geometry.frameSize}),
-                                    s->geometry.outputSize));
+  PrepareBands(command, s, CommandThreads());
   return DecodeFrames(command, s);
 }
 

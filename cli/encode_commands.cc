@@ -464,12 +464,7 @@ bool StartSession(EncodeSession* s, const char* input, const char* output, uint3
   FillEncodeConfig(s->config, s->surface, *s->info, s->compressed, s->staging);
   PrepareZpakFrameTables(s->context, s->config);
   std::memset(s->config, 0, sizeof(ZpakConfig));
-  const auto w = static_cast<uint64_t>(s->width);
-  const auto h = static_cast<uint64_t>(s->height);
-  const uint64_t frameBytes = s->surface == kSurfaceNv12 ? w * h + 2 * ((w + 1) / 2) * ((h + 1) / 2)
-                                                         : kRgbaPixelBytes * w * h;
-  PrepareThreads(s, ThreadsWorthStarting(CommandThreadSetting(), MayHoldBytes(s->input, 2 * frameBytes),
-                                         frameBytes));
+  PrepareThreads(s, CommandThreads());
   return true;
 }
 

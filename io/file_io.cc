@@ -56,10 +56,4 @@ void CloseFile(FILE* file) {
 
 bool AtEndOfFile(FILE* file) { return std::feof(file) != 0; }
 
-bool MayHoldBytes(FILE* input, uint64_t bytes) {
-  struct stat info {};
-  if (fstat(fileno(input), &info) != 0 || !S_ISREG(info.st_mode)) return true;
-  return static_cast<uint64_t>(info.st_size) >= bytes;
-}
-
 }  // namespace pelcast

@@ -2,7 +2,6 @@
 // items, and an output open that refuses to clobber the command's input.
 #pragma once
 
-#include <cstdint>
 #include <cstdio>
 
 namespace pelcast {
@@ -23,11 +22,6 @@ void CreateIfMissing(const char* path);
 
 // Closes `file` when it is open.
 void CloseFile(FILE* file);
-
-// Whether the open input may hold `bytes` bytes: a regular file of at least
-// that size, or anything else (a pipe, a device), whose end is not known in
-// advance.
-bool MayHoldBytes(FILE* input, uint64_t bytes);
 
 // True when the open stream has met the end of its file on a read.
 bool AtEndOfFile(FILE* file);
