@@ -3,7 +3,7 @@
 // the next number until none is left, so bands of unequal cost balance
 // themselves.
 //
-// A worker that has finished its part of a run waits a little while (0.2 ms)
+// A worker that has finished its part of a run waits a little while (30 us)
 // actively for the next run before it sleeps, and the caller waits the same
 // way for the workers to finish: frames handed over one after another then
 // start and end without the operating system's wake-ups, which cost tens of
