@@ -21,6 +21,9 @@
 # back the original frames, P undoes I, E gives what I gives, T copies the
 # whole sequence), so a fast but wrong command cannot pass unnoticed.
 #
+# The codec commands (U, G, B, H, N) run with their default threads (one per
+# processor); their rows also give the time with PELCAST_THREADS=1.
+#
 # Environment: PELCAST_BENCH_BUILD (build directory, default build/bench from
 # the bench preset), PELCAST_CORPUS_DIR, PELCAST_E2E_DIR (work and output
 # place, default <build>/e2e), PELCAST_E2E_RUNS (default 10).
@@ -141,7 +144,16 @@ for entry in "${cases[@]}"; do
     copy="cat ${input_files[0]} > $target"
   fi
   csv=$work/$tag.csv
-  hyperfine --style none --warmup $warmup --runs "$runs" --export-csv "$csv" "$command" "$copy" >/dev/null
+  letter=${arguments%% *}
+  one_s=""
+  if [[ $letter == [UGBHN] ]]; then
+    # The same command on one thread, third in the run.
+    hyperfine --style none --warmup $warmup --runs "$runs" --export-csv "$csv" "$command" "$copy" \
+      "PELCAST_THREADS=1 $command" >/dev/null
+    one_s=$(median_of "$csv" 3)
+  else
+    hyperfine --style none --warmup $warmup --runs "$runs" --export-csv "$csv" "$command" "$copy" >/dev/null
+  fi
   tool_s=$(median_of "$csv" 1)
   copy_s=$(median_of "$csv" 2)
   tool_cpu=$(cpu_of "$csv" 1)
@@ -161,15 +173,16 @@ for entry in "${cases[@]}"; do
   out_bytes=0
   [ -f "$target" ] && out_bytes=$(size_of "$target")
   rows+=("$(awk -v n="$name" -v d="$description" -v i="$in_bytes" -v o="$out_bytes" -v t="$tool_s" \
-    -v c="$copy_s" -v tc="$tool_cpu" -v cc="$copy_cpu" -v k="$check" 'BEGIN {
+    -v c="$copy_s" -v tc="$tool_cpu" -v cc="$copy_cpu" -v k="$check" -v one="$one_s" 'BEGIN {
       printf "| %s | %s | %.1f | %.1f | %.2f | %.2f | %.2f | %.2f | %.2f | %.2f | %s |", n, d,
-             i / 1e6, o / 1e6, t * 1e3, c * 1e3, t / c, tc * 1e3, cc * 1e3, tc / cc, k }')")
+             i / 1e6, o / 1e6, t * 1e3, c * 1e3, t / c, tc * 1e3, cc * 1e3, tc / cc, k
+      if (one == "") printf " - | - |"; else printf " %.2f | %.2f |", one * 1e3, one / c }')")
   echo "e2e-bench: $name done" >&2
 done
 
 table() {
-  echo "| case | what | input MB | output MB | pelcast ms | cat ms | ratio | pelcast CPU ms | cat CPU ms | CPU ratio | output |"
-  echo "|---|---|---:|---:|---:|---:|---:|---:|---:|---:|---|"
+  echo "| case | what | input MB | output MB | pelcast ms | cat ms | ratio | pelcast CPU ms | cat CPU ms | CPU ratio | output | 1 thread ms | 1 thread ratio |"
+  echo "|---|---|---:|---:|---:|---:|---:|---:|---:|---:|---|---:|---:|"
   printf '%s\n' "${rows[@]}"
 }
 
