@@ -118,6 +118,163 @@ def frame_tables(r):
             r.table(header, rows)
 
 
+# The targets of the speed work, checked against this run's figures.
+DECODE_FLOOR = 3000          # MB/s, every corpus frame and format, one thread
+ENCODE_FLOOR = {"nv12": 1500, "rgba8888": 1300}  # MB/s, one thread
+QOI_DECODE_FACTOR = 2.0      # decode >= 2x QOI's RGBA decode of the same frame, per pixel
+QOI_ENCODE_SUBJECTS = ("screen-home", "pattern-testsrc2")  # encode >= QOI's encode there
+UHD_TOLERANCE = 0.10         # 3840x2160 within 10 % of 1080p per pixel
+E2E_LIMITS = {"U": 1.5, "G": 1.5, "B": 1.5, "H": 2.0, "N": 2.0}  # command / cat
+THREAD_SCALING = 1.7         # 2 threads against one, the public API
+BYTES_PER_PIXEL = {"nv12": 1.5, "rgba8888": 4.0, "rgb565": 2.0}
+UHD_SUBJECT = "uhd-mosaic"
+UHD_QUADRANTS = 4
+
+
+def mark(ok):
+    return "met" if ok else "**missed**"
+
+
+def frame_subjects(r, direction, fmt):
+    return subjects(r.rates, f"frame_{direction}/{fmt}")
+
+
+def uhd_reference(r, direction, fmt):
+    """What the mosaic would run at if it ran at its quadrants' 1080p speed per
+    pixel: the quadrants are the first four subjects of the format in turn
+    (bench_support.cc UhdFrame), and four frames take the sum of their times,
+    so the reference rate is the harmonic mean of theirs."""
+    names = [s for s in frame_subjects(r, direction, fmt) if s != UHD_SUBJECT]
+    if not names:
+        return None, []
+    parts = [names[q % len(names)] for q in range(UHD_QUADRANTS)]
+    rates = [r.get(f"frame_{direction}/{fmt}/{s}") for s in parts]
+    if any(v is None or v == 0 for v in rates):
+        return None, parts
+    return len(rates) / sum(1 / v for v in rates), parts
+
+
+def e2e_rows(path):
+    """{case: (ratio, one-thread ratio or None)} of the e2e table's rows."""
+    rows = {}
+    try:
+        with open(path) as f:
+            for line in f:
+                cells = [c.strip() for c in line.strip().strip("|").split("|")]
+                if len(cells) < 7 or not re.match(r"^[0-9.]+$", cells[6]):
+                    continue
+                one = float(cells[12]) if len(cells) > 12 and re.match(r"^[0-9.]+$", cells[12]) else None
+                rows[cells[0]] = (float(cells[6]), one)
+    except OSError:
+        pass
+    return rows
+
+
+def target_lines(r, e2e_path):
+    """One line per target: the figure of its worst row, the reference in the
+    same run where there is one, and whether every row meets it; and the rows
+    that miss it."""
+    lines, missed = [], []
+
+    def add(target, rows, higher_is_better=True):
+        """rows: (row name, figure text, value, ok)."""
+        if not rows:
+            lines.append([target, "-", "no rows in this run", "-"])
+            return
+        worst = min(rows, key=lambda x: x[2]) if higher_is_better else max(rows, key=lambda x: x[2])
+        ok = all(x[3] for x in rows)
+        lines.append([target, f"{sum(x[3] for x in rows)} of {len(rows)}",
+                      f"{worst[1]} ({worst[0]})", mark(ok)])
+        missed.extend([target, x[0], x[1]] for x in rows if not x[3])
+
+    for fmt in ("nv12", "rgba8888", "rgb565"):
+        rows = []
+        for s in frame_subjects(r, "decode", fmt):
+            v = r.get(f"frame_decode/{fmt}/{s}")
+            rows.append((s, f"{fmt_rate(v)} MB/s", v, v >= DECODE_FLOOR))
+        if rows:
+            add(f"{fmt.upper()} decode >= {DECODE_FLOOR:,} MB/s", rows)
+    for fmt in ("nv12", "rgba8888", "rgb565"):
+        rows = []
+        for s in frame_subjects(r, "decode", fmt):
+            qoi = r.get(f"qoi_decode/rgba8888/{s}")
+            ours = r.get(f"frame_decode/{fmt}/{s}")
+            # The same picture only: the mosaic is made of other frames per format.
+            if qoi is None or ours is None or (s == UHD_SUBJECT and fmt != "rgba8888"):
+                continue
+            ratio = (ours / BYTES_PER_PIXEL[fmt]) / (qoi / BYTES_PER_PIXEL["rgba8888"])
+            rows.append((s, f"{ratio:.2f}x (QOI {fmt_rate(qoi)} MB/s RGBA)", ratio,
+                         ratio >= QOI_DECODE_FACTOR))
+        if rows:
+            add(f"{fmt.upper()} decode >= {QOI_DECODE_FACTOR:g}x QOI's decode, per pixel", rows)
+    for fmt, floor in ENCODE_FLOOR.items():
+        rows = []
+        for s in frame_subjects(r, "encode", fmt):
+            v = r.get(f"frame_encode/{fmt}/{s}")
+            rows.append((s, f"{fmt_rate(v)} MB/s", v, v >= floor))
+        if rows:
+            add(f"{fmt.upper()} encode >= {floor:,} MB/s", rows)
+    rows = []
+    for s in QOI_ENCODE_SUBJECTS:
+        ours = r.get(f"frame_encode/rgba8888/{s}")
+        qoi = r.get(f"qoi_encode/rgba8888/{s}")
+        if ours is not None and qoi is not None:
+            rows.append((s, f"{ours / qoi:.2f}x (QOI {fmt_rate(qoi)} MB/s)", ours / qoi, ours >= qoi))
+    add("RGBA8888 encode >= QOI's encode (screen-home, pattern)", rows)
+    rows = []
+    for direction in ("decode", "encode"):
+        for fmt in ("nv12", "rgba8888", "rgb565"):
+            uhd = r.get(f"frame_{direction}/{fmt}/{UHD_SUBJECT}")
+            ref, parts = uhd_reference(r, direction, fmt)
+            if uhd is None or ref is None:
+                continue
+            ratio = uhd / ref
+            rows.append((f"{fmt} {direction}", f"{ratio:.2f} of 1080p ({fmt_rate(uhd)} against "
+                         f"{fmt_rate(ref)} MB/s of {', '.join(dict.fromkeys(parts))})", ratio,
+                         ratio >= 1 - UHD_TOLERANCE))
+    add(f"3840x2160 within {UHD_TOLERANCE:.0%} of 1080p per pixel", rows)
+    e2e = e2e_rows(e2e_path)
+    for letters, limit in (("UGB", 1.5), ("HN", 2.0)):
+        rows = []
+        for case, (ratio, one) in e2e.items():
+            if case.split()[0] in letters:
+                one_text = f", 1 thread {one:.2f}" if one is not None else ""
+                rows.append((case, f"{ratio:.2f}x cat{one_text}", ratio, ratio <= limit))
+        add(f"end to end {', '.join(letters)} <= {limit:g}x cat", rows, higher_is_better=False)
+    rows = []
+    for direction in ("decode", "encode"):
+        for fmt in ("nv12", "rgba8888", "rgb565"):
+            for s in subjects(r.rates, f"api_{direction}/{fmt}/1t"):
+                one = r.rates.get(f"api_{direction}/{fmt}/1t/{s}")
+                two = r.rates.get(f"api_{direction}/{fmt}/2t/{s}")
+                if one and two:
+                    rows.append((f"{direction} {fmt} {s}", f"{two / one:.2f}x", two / one,
+                                 two / one >= THREAD_SCALING))
+    add(f"public API: 2 threads >= {THREAD_SCALING:g}x one (issue 12)", rows)
+    return lines, missed
+
+
+def targets_section(r, e2e_path):
+    lines, missed = target_lines(r, e2e_path)
+    r.out("## Targets")
+    r.out()
+    r.out("The speed targets, each checked on every row of this run it applies to: how many "
+          "rows meet it, the figure of the row furthest from it (with the reference measured "
+          "in the same run, where the target names one), and met when every row meets it. "
+          "Decode and encode figures are one thread in process; the QOI comparison counts "
+          "pixels (MB/s over the format's bytes per pixel, QOI's RGBA being 4), on the frames "
+          "both have; 3840x2160 is compared with the four 1080p frames the mosaic is made of, "
+          "at the rate four frames of their speeds would take together; end to end is the "
+          "commands on their default threads against cat (the e2e table below also has them "
+          "on one thread).")
+    r.out()
+    r.table(["target", "rows met", "furthest row", "met"], lines, text_columns=4)
+    if missed:
+        r.out("Rows that miss their target:")
+        r.out()
+        r.table(["target", "row", "figure"], missed, text_columns=3)
+
+
 def threads_table(r):
     """The public API's frames on 1 and 2 threads (wall-clock time)."""
     names = [n for n in r.rates if n.startswith(("api_decode/", "api_encode/"))]
@@ -225,6 +382,20 @@ def raw_tables(r):
                 [f"{sets[-1]} / {sets[0]}"], rows, text_columns=2)
 
 
+STREAMED_TEXT = (
+    "The {routine} routines of the sets that have streamed versions, which the frame decoder "
+    "uses for walks that write 12 MiB or more to 16-byte aligned rows: their stores go past the "
+    "cache to memory, as a frame far larger than the cache would push them out anyway. Here "
+    "every tile goes to the same small buffer, which stays in cache for the ordinary routines "
+    "and is sent to memory again after every tile by these, so these rows are slower than their "
+    "ordinary twins; in the large frames they are for, the frame rows (3840x2160) show what "
+    "they gain.")
+STREAMED_NOTES = {
+    "decode_tile_streamed": STREAMED_TEXT.format(routine="tile decode"),
+    "expand_raw_streamed": STREAMED_TEXT.format(routine="raw-tile"),
+}
+
+
 def other_table(r):
     rest = [n for n in r.rates if n not in r.used]
     if rest:
@@ -239,6 +410,9 @@ def other_table(r):
         for group, names in groups.items():
             r.out(f"### {group}")
             r.out()
+            if group in STREAMED_NOTES:
+                r.out(STREAMED_NOTES[group])
+                r.out()
             r.table(["benchmark", "MB/s"], [[n, fmt_rate(r.rates[n])] for n in names])
     if r.errors:
         r.out("## Rows that reported an error")
@@ -279,6 +453,7 @@ def main():
     r.out(args.commands)
     r.out("```")
     r.out()
+    targets_section(r, args.e2e)
     frame_tables(r)
     threads_table(r)
     tile_table(r)
