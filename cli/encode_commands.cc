@@ -137,12 +137,11 @@ void ReleaseThreadState(EncodeSession* s) {
   s->second = nullptr;
 }
 
-// Starts up to `threads` - 1 workers with what they need; one thread when
-// that is all there is or a frame has a single tile row.
+// Starts up to `threads` - 1 workers with what they need (even for frames of
+// a single band: a frame is then read while the one before is written).
 void PrepareThreads(EncodeSession* s, uint32_t threads) {
   s->contexts.assign(1, s->context);
-  const uint64_t rows = s->surface == kSurfaceNv12 ? s->info->linearScanlines : s->info->yScanlines;
-  if (threads <= 1 || rows <= kNv12TileRows) return;
+  if (threads <= 1) return;
   threads = 1 + api::StartWorkers(&s->pool, threads - 1);
   if (threads <= 1 || !ObtainThreadState(s, threads)) ReleaseThreadState(s);
 }
