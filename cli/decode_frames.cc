@@ -432,10 +432,12 @@ bool IsRegularFile(FILE* file) {
 }
 
 // The one-thread set-up: worker 0 alone, decoding into the start of the
-// output buffer.
+// output buffer. Also the state a session is released in, where the frame
+// buffer may never have been allocated.
 void UseOneThread(DecodeSession* s) {
   s->threads = 1;
-  s->workers.assign(1, BandWorker{s->context, s->frameBuffer + s->geometry.yMetaBufSize});
+  uint8_t* const window = s->frameBuffer != nullptr ? s->frameBuffer + s->geometry.yMetaBufSize : nullptr;
+  s->workers.assign(1, BandWorker{s->context, window});
   s->ring = s->outputBuffer;
   s->ringSlots = 1;
   s->slotBytes = 0;
