@@ -11,6 +11,8 @@
 #include <optional>
 #include <tuple>
 
+#include "tools/zpak/json_writer.h"
+
 namespace pelcast::zpak {
 namespace {
 
@@ -1081,24 +1083,6 @@ IdentifyResult Run(Prefix* prefix, uint64_t fileBytes, std::string_view fileName
 
 // --- JSON --------------------------------------------------------------------
 
-std::string JsonString(std::string_view text) {
-  std::string out = "\"";
-  for (const char ch : text) {
-    const auto c = static_cast<unsigned char>(ch);
-    if (c == '"' || c == '\\') {
-      out += '\\';
-      out += ch;
-    } else if (c < 0x20) {
-      char escaped[8];
-      std::snprintf(escaped, sizeof escaped, "\\u%04x", c);
-      out += escaped;
-    } else {
-      out += ch;
-    }
-  }
-  return out + "\"";
-}
-
 const char* PaddingWord(PaddingFit fit) {
   switch (fit) {
     case PaddingFit::kExact:
@@ -1193,14 +1177,14 @@ IdentifyResult IdentifyBuffer(const uint8_t* data, size_t size, std::string_view
 }
 
 std::string IdentifyJson(const IdentifyResult& result) {
-  std::string out = "{\"file\": " + JsonString(result.file) +
+  std::string out = "{\"file\": " + JsonQuote(result.file) +
                     ", \"bytes\": " + std::to_string(result.bytes) + ", \"candidates\": [";
   for (size_t i = 0; i < result.candidates.size(); ++i) {
     out += (i == 0 ? "\n  " : ",\n  ") + CandidateJson(result.candidates[i]);
   }
   out += result.candidates.empty() ? "], \"notes\": [" : "\n], \"notes\": [";
   for (size_t i = 0; i < result.notes.size(); ++i) {
-    out += (i == 0 ? "\n  " : ",\n  ") + JsonString(result.notes[i]);
+    out += (i == 0 ? "\n  " : ",\n  ") + JsonQuote(result.notes[i]);
   }
   out += result.notes.empty() ? "]}\n" : "\n]}\n";
   return out;
