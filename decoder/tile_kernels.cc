@@ -262,12 +262,13 @@ constexpr TileDecodeKernels kAvx2Kernels = {
 };
 #endif
 #if defined(__aarch64__)
+// No streaming stores here: the streamed routines are the ordinary ones.
 constexpr TileDecodeKernels kNeonKernels = {
     "neon",
     {DecodeRgba8888Neon, DecodeLumaNeon, DecodeChromaNeon, DecodeRgb565Neon},
-    PELCAST_PLAIN_EXPAND,
+    {ExpandRawRgba8888Neon, ExpandRawLumaNeon, ExpandRawChromaNeon, ExpandRawRgb565Neon},
     {DecodeRgba8888Neon, DecodeLumaNeon, DecodeChromaNeon, DecodeRgb565Neon},
-    PELCAST_PLAIN_EXPAND,
+    {ExpandRawRgba8888Neon, ExpandRawLumaNeon, ExpandRawChromaNeon, ExpandRawRgb565Neon},
     FinishStreamingPlain,
 };
 #endif

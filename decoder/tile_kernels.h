@@ -144,6 +144,10 @@ uint32_t DecodeRgba8888Neon(const uint8_t* stream, uint8_t* out, uint64_t pitch)
 uint32_t DecodeLumaNeon(const uint8_t* stream, uint8_t* out, uint64_t pitch);
 uint32_t DecodeChromaNeon(const uint8_t* stream, uint8_t* out, uint64_t pitch);
 uint32_t DecodeRgb565Neon(const uint8_t* stream, uint8_t* out, uint64_t pitch);
+void ExpandRawRgba8888Neon(const uint8_t* stored, uint8_t* out, uint64_t pitch);
+void ExpandRawLumaNeon(const uint8_t* stored, uint8_t* out, uint64_t pitch);
+void ExpandRawChromaNeon(const uint8_t* stored, uint8_t* out, uint64_t pitch);
+void ExpandRawRgb565Neon(const uint8_t* stored, uint8_t* out, uint64_t pitch);
 }  // namespace tile_kernels_detail
 
 }  // namespace pelcast

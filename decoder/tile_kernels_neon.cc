@@ -234,6 +234,80 @@ uint32_t DecodeKind(const uint8_t* stream, uint8_t* out, uint64_t pitch) {
   return static_cast<uint32_t>(end);
 }
 
+// ---- Raw tiles: micro-block order to raster rows ----
+//
+// A 4 x 4 micro-block stores its elements as horizontal pairs in the order
+// row 0 pair 0, row 1 pair 0, row 0 pair 1, row 1 pair 1, then the same for
+// rows 2 and 3; micro-blocks follow each other in raster order.
+
+constexpr uint32_t kMicroBlockRows = 4;
+
+// One-byte elements (luma, 32 x 8): a micro-block is one vector; after the
+// table lookup its four rows are 32-bit lanes, and four micro-blocks
+// transpose into four 16-byte rows. A band is a row of eight micro-blocks.
+void ExpandRawLuma(const uint8_t* stored, uint8_t* out, uint64_t pitch) {
+  static constexpr uint8_t kToRows[16] = {0, 1, 4, 5, 2, 3, 6, 7, 8, 9, 12, 13, 10, 11, 14, 15};
+  const uint8x16_t toRows = vld1q_u8(kToRows);
+  constexpr uint32_t kBands = 2, kBandBytes = 128, kBlockBytes = 16;
+  for (uint32_t band = 0; band < kBands; ++band) {
+    for (uint32_t half = 0; half < 2; ++half) {  // micro-blocks 0-3, then 4-7
+      const uint8_t* in = stored + kBandBytes * band + 4 * kBlockBytes * half;
+      uint32x4_t b[4];
+      for (uint32_t m = 0; m < 4; ++m) {
+        b[m] = vreinterpretq_u32_u8(vqtbl1q_u8(vld1q_u8(in + kBlockBytes * m), toRows));
+      }
+      const uint64x2_t t0 = vreinterpretq_u64_u32(vzip1q_u32(b[0], b[1]));
+      const uint64x2_t t1 = vreinterpretq_u64_u32(vzip2q_u32(b[0], b[1]));
+      const uint64x2_t t2 = vreinterpretq_u64_u32(vzip1q_u32(b[2], b[3]));
+      const uint64x2_t t3 = vreinterpretq_u64_u32(vzip2q_u32(b[2], b[3]));
+      const uint64x2_t rows[4] = {vzip1q_u64(t0, t2), vzip2q_u64(t0, t2), vzip1q_u64(t1, t3),
+                                  vzip2q_u64(t1, t3)};
+      for (uint32_t y = 0; y < kMicroBlockRows; ++y) {
+        vst1q_u8(out + (kMicroBlockRows * band + y) * pitch + 16 * half,
+                 vreinterpretq_u8_u64(rows[y]));
+      }
+    }
+  }
+}
+
+// Two-byte elements (chroma 16 x 8, RGB565 16 x 4): a micro-block is two
+// vectors of 32-bit pairs; unzipping them gives rows 0 | 2 and rows 1 | 3.
+// `bands` rows of four micro-blocks.
+void ExpandRawPairs(const uint8_t* stored, uint8_t* out, uint64_t pitch, uint32_t bands) {
+  constexpr uint32_t kBandBytes = 128, kBlockBytes = 32, kBlockRowBytes = 8;
+  for (uint32_t band = 0; band < bands; ++band) {
+    uint8_t* row = out + kMicroBlockRows * band * pitch;
+    for (uint32_t m = 0; m < 4; ++m) {
+      const uint8_t* in = stored + kBandBytes * band + kBlockBytes * m;
+      const uint32x4_t a = vreinterpretq_u32_u8(vld1q_u8(in));
+      const uint32x4_t b = vreinterpretq_u32_u8(vld1q_u8(in + 16));
+      const uint8x16_t even = vreinterpretq_u8_u32(vuzp1q_u32(a, b));  // rows 0 | 2
+      const uint8x16_t odd = vreinterpretq_u8_u32(vuzp2q_u32(a, b));   // rows 1 | 3
+      uint8_t* at = row + kBlockRowBytes * m;
+      vst1_u8(at, vget_low_u8(even));
+      vst1_u8(at + pitch, vget_low_u8(odd));
+      vst1_u8(at + 2 * pitch, vget_high_u8(even));
+      vst1_u8(at + 3 * pitch, vget_high_u8(odd));
+    }
+  }
+}
+
+// Four-byte elements (16 x 4): a micro-block is four vectors of 64-bit
+// pairs, rows 0 | 1 of pair 0, of pair 1, then rows 2 | 3 likewise.
+void ExpandRawRgba(const uint8_t* stored, uint8_t* out, uint64_t pitch) {
+  constexpr uint32_t kBlockBytes = 64, kBlockRowBytes = 16;
+  for (uint32_t m = 0; m < 4; ++m) {
+    const uint8_t* in = stored + kBlockBytes * m;
+    uint64x2_t q[4];
+    for (uint32_t i = 0; i < 4; ++i) q[i] = vreinterpretq_u64_u8(vld1q_u8(in + 16 * i));
+    const uint64x2_t rows[4] = {vzip1q_u64(q[0], q[1]), vzip2q_u64(q[0], q[1]),
+                                vzip1q_u64(q[2], q[3]), vzip2q_u64(q[2], q[3])};
+    for (uint32_t y = 0; y < kMicroBlockRows; ++y) {
+      vst1q_u8(out + y * pitch + kBlockRowBytes * m, vreinterpretq_u8_u64(rows[y]));
+    }
+  }
+}
+
 }  // namespace
 
 uint32_t DecodeRgba8888Neon(const uint8_t* stream, uint8_t* out, uint64_t pitch) {
@@ -250,6 +324,22 @@ uint32_t DecodeChromaNeon(const uint8_t* stream, uint8_t* out, uint64_t pitch) {
 
 uint32_t DecodeRgb565Neon(const uint8_t* stream, uint8_t* out, uint64_t pitch) {
   return DecodeKind<TileKind::kRgb565>(stream, out, pitch);
+}
+
+void ExpandRawRgba8888Neon(const uint8_t* stored, uint8_t* out, uint64_t pitch) {
+  ExpandRawRgba(stored, out, pitch);
+}
+
+void ExpandRawLumaNeon(const uint8_t* stored, uint8_t* out, uint64_t pitch) {
+  ExpandRawLuma(stored, out, pitch);
+}
+
+void ExpandRawChromaNeon(const uint8_t* stored, uint8_t* out, uint64_t pitch) {
+  ExpandRawPairs(stored, out, pitch, 2);
+}
+
+void ExpandRawRgb565Neon(const uint8_t* stored, uint8_t* out, uint64_t pitch) {
+  ExpandRawPairs(stored, out, pitch, 1);
 }
 
 }  // namespace pelcast::tile_kernels_detail
