@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Builds and runs every test: the optimised build, the address+undefined
-# sanitizer build, and the other stages the project has (the browser viewer
+# sanitizer build, the thread sanitizer build (the codec's and the commands'
+# worker threads), and the other stages the project has (the browser viewer
 # in headless chromium, a program built against the installed package, the
 # Python package, arm64 under emulation, fuzz smoke runs). Installs what a
 # fresh Debian 12 machine lacks.
@@ -11,7 +12,7 @@ if [ -x tools/install-deps.sh ]; then tools/install-deps.sh; fi
 
 stage() { echo; echo "=== $* ==="; }
 
-for preset in release debug-asan; do
+for preset in release debug-asan tsan; do
   stage "$preset: configure, build, test"
   cmake --preset "$preset" >/dev/null
   cmake --build --preset "$preset" -j"$(nproc)"

@@ -195,8 +195,8 @@ TEST(ApiErrors, BuffersEndingAtAnUnmappedPageAreNeverOverrun) {
 // in any other way. Run in a child whose address space is capped; the
 // sanitizers reserve more address space than any cap allows.
 TEST(ApiErrors, OutOfMemoryIsReported) {
-#if defined(__SANITIZE_ADDRESS__)
-  GTEST_SKIP() << "address space caps do not combine with the address sanitizer";
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+  GTEST_SKIP() << "address space caps do not combine with the sanitizers' allocators";
 #elif defined(PELCAST_EMULATOR)
   GTEST_SKIP() << "under user-mode emulation the cap applies to the emulator's own mappings";
 #else
