@@ -79,7 +79,11 @@ bool RegionInsideFrames(const PsnrRegion& region) {
     return false;
   }
   // Both frame sizes exact, not wrapped by the 32-bit arithmetic.
-  const auto exact = [](int32_t w, int32_t h) { return int64_t{w} * h * 3 / 2; };
+  const auto exact = [](int32_t w, int32_t h) {
+    const int64_t pixels = int64_t{w} * h;  // below 2^62
+    // Past 32 bits no frame size can match it (and times 3 could overflow).
+    return pixels > INT32_MAX ? pixels : pixels * 3 / 2;
+  };
   return FrameBytes(region.width1, region.height1) == exact(region.width1, region.height1) &&
          FrameBytes(region.width2, region.height2) == exact(region.width2, region.height2);
 }

@@ -82,6 +82,10 @@ TEST(RawPsnr, HandWorkedComparisons) {
       // below 6, so error 10 and 10 log10(1040400 / 10).
       {"region larger than the second frame", {"R", "4", "4", "2", "2"}, zeros4x4, Bytes(6, 1),
        "frame = 1 psnr(avg) = 50.17\n"},
+      // (2^31 - 1)^2 x 3 / 2 wraps to 1 in 32 bits: eight 1-byte frames, all
+      // equal; P = (2^31 - 1)^2 x 255^2 wraps in 64 bits to 4611406738179030529.
+      {"sizes of 2^31 - 1", {"R", "2147483647", "2147483647", "2147483647", "2147483647"},
+       Bytes(8, 7), Bytes(8, 7), "frame = 8 psnr(avg) = 186.64\n"},
       {"empty first file", {"S", "2", "2"}, {}, zeros2x2, NoFramesLine()},
       {"empty second file", {"R", "2", "2", "2", "2"}, zeros2x2, {}, NoFramesLine()},
       {"zero size frames", {"S", "0", "8"}, zeros2x2, zeros2x2, NoFramesLine()},
