@@ -40,7 +40,7 @@ raw() {  # raw MASTER.png NAME: NAME.rgba (byte copy of the master), NAME.nv12, 
 
 # Photos: the camera photo scaled (Lanczos) as for the 1920x1080 frames, then a small crop.
 $PY photo $BG/seeding_by_*.jpg 0.5 1040 450 256 144 "$T/meadow.png"
-$PY photo $BG/picosdeeuropa_by_*.jpg 0.6 799 340 256 144 "$T/mountains.png"
+$PY photo $BG/picosdeeuropa_by_*.jpg 0.6 780 320 256 144 "$T/mountains.png"
 $PY photo $BG/picosdeeuropa_by_*.jpg 0.6 949 800 97 61 "$T/mountains-odd.png"
 # Screen-like frame (premultiplied RGBA): the message list (avatars, text, dividers), the
 # "now playing" card's video cut-out with its alpha scrim and progress bar, and a piece of
