@@ -11,9 +11,9 @@ namespace pelcast::zpak {
 namespace {
 
 TEST(Support, ParsesGnuStyleCommandLines) {
-  const std::vector<OptionSpec> specs = {{"json", 0, nullptr, ""},
-                                         {"quiet", 'q', nullptr, ""},
-                                         {"frames", 0, "A-B", ""}};
+  const std::vector<Option> options = {{"json", 0, nullptr, ""},
+                                       {"quiet", 'q', nullptr, ""},
+                                       {"frames", 0, "A-B", ""}};
   struct Case {
     std::vector<std::string> args;
     std::string error;  // a piece of it; empty: parsed
@@ -33,7 +33,7 @@ TEST(Support, ParsesGnuStyleCommandLines) {
   };
   for (const Case& c : cases) {
     ParsedArgs parsed;
-    const std::string error = ParseArgs(c.args, specs, &parsed);
+    const std::string error = ParseArgs(c.args, options, &parsed);
     const std::string label = ::testing::PrintToString(c.args);
     if (!c.error.empty()) {
       EXPECT_NE(error.find(c.error), std::string::npos) << label << ": " << error;

@@ -5,19 +5,19 @@
 namespace pelcast::zpak {
 namespace {
 
-const OptionSpec kHelp = {"help", 'h', nullptr, "show this text"};
+const Option kHelp = {"help", 'h', nullptr, "show this text"};
 
-const OptionSpec* FindLong(const std::vector<OptionSpec>& specs, std::string_view name) {
+const Option* FindLong(const std::vector<Option>& options, std::string_view name) {
   if (name == kHelp.name) return &kHelp;
-  for (const OptionSpec& s : specs) {
+  for (const Option& s : options) {
     if (name == s.name) return &s;
   }
   return nullptr;
 }
 
-const OptionSpec* FindLetter(const std::vector<OptionSpec>& specs, char letter) {
+const Option* FindLetter(const std::vector<Option>& options, char letter) {
   if (letter == kHelp.letter) return &kHelp;
-  for (const OptionSpec& s : specs) {
+  for (const Option& s : options) {
     if (s.letter != 0 && s.letter == letter) return &s;
   }
   return nullptr;
@@ -36,7 +36,7 @@ std::optional<std::string> ParsedArgs::Value(std::string_view name) const {
   return it->second;
 }
 
-std::string ParseArgs(const std::vector<std::string>& args, const std::vector<OptionSpec>& specs,
+std::string ParseArgs(const std::vector<std::string>& args, const std::vector<Option>& options,
                       ParsedArgs* parsed) {
   bool optionsEnded = false;
   for (size_t i = 0; i < args.size(); ++i) {
@@ -52,34 +52,34 @@ std::string ParseArgs(const std::vector<std::string>& args, const std::vector<Op
     const bool isLong = arg.substr(0, 2) == "--";
     const size_t equals = isLong ? arg.find('=') : std::string_view::npos;
     const std::string_view name = isLong ? arg.substr(2, equals - 2) : arg.substr(1);
-    const OptionSpec* spec = isLong ? FindLong(specs, name)
-                                    : (name.size() == 1 ? FindLetter(specs, name[0]) : nullptr);
-    if (spec == nullptr) return "unknown option '" + std::string(arg) + "'";
-    if (spec == &kHelp) {
+    const Option* option = isLong ? FindLong(options, name)
+                                  : (name.size() == 1 ? FindLetter(options, name[0]) : nullptr);
+    if (option == nullptr) return "unknown option '" + std::string(arg) + "'";
+    if (option == &kHelp) {
       parsed->values["help"] = "";
       return "";
     }
     std::string value;
-    if (spec->valueName == nullptr) {
+    if (option->valueName == nullptr) {
       if (equals != std::string_view::npos) return "--" + std::string(name) + " takes no value";
     } else if (equals != std::string_view::npos) {
       value = arg.substr(equals + 1);
     } else if (i + 1 < args.size()) {
       value = args[++i];
     } else {
-      return "--" + std::string(spec->name) + " needs a value (" + spec->valueName + ")";
+      return "--" + std::string(option->name) + " needs a value (" + option->valueName + ")";
     }
-    parsed->values[spec->name] = value;
+    parsed->values[option->name] = value;
   }
   return "";
 }
 
-std::string OptionsHelp(const std::vector<OptionSpec>& specs) {
+std::string OptionsHelp(const std::vector<Option>& options) {
   constexpr size_t kHelpColumn = 24;
   std::string text = "Options:\n";
-  std::vector<OptionSpec> all = specs;
+  std::vector<Option> all = options;
   all.push_back(kHelp);
-  for (const OptionSpec& s : all) {
+  for (const Option& s : all) {
     std::string left = "  ";
     left += s.letter != 0 ? std::string("-") + s.letter + ", " : "    ";
     left += std::string("--") + s.name;

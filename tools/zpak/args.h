@@ -13,7 +13,7 @@
 
 namespace pelcast::zpak {
 
-struct OptionSpec {
+struct Option {
   const char* name;       // without the dashes: "json"
   char letter;            // one-letter form, 0 for none
   const char* valueName;  // null for a flag
@@ -28,12 +28,12 @@ struct ParsedArgs {
   std::optional<std::string> Value(std::string_view name) const;
 };
 
-// Parses `args` against `specs`. Returns an empty string, or what is wrong
+// Parses `args` against `options`. Returns an empty string, or what is wrong
 // in one line. --help (and -h) is always known and stops the parse.
-std::string ParseArgs(const std::vector<std::string>& args, const std::vector<OptionSpec>& specs,
+std::string ParseArgs(const std::vector<std::string>& args, const std::vector<Option>& options,
                       ParsedArgs* parsed);
 
 // The "Options:" lines of a --help text.
-std::string OptionsHelp(const std::vector<OptionSpec>& specs);
+std::string OptionsHelp(const std::vector<Option>& options);
 
 }  // namespace pelcast::zpak

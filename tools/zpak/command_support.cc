@@ -22,23 +22,23 @@ bool TakeGeometryValue(const ParsedArgs& args, const char* name, std::optional<u
 
 }  // namespace
 
-const OptionSpec kJsonOption = {"json", 0, nullptr, "print the result as JSON"};
-const OptionSpec kQuietOption = {"quiet", 'q', nullptr, "no progress or notes on standard error"};
-const OptionSpec kThreadsOption = {"threads", 0, "N",
-                                   "codec threads (default 0: one per processor)"};
-const OptionSpec kSizeOption = {"size", 0, "WxH", "the frame size, instead of WIDTH HEIGHT"};
-const OptionSpec kFrameOption = {"frame", 0, "N", "frame N only (0 is the first)"};
-const OptionSpec kFramesOption = {"frames", 0, "A-B", "frames A to B (\"A-\": to the end)"};
-const OptionSpec kStrideOption = {"stride", 0, "BYTES",
-                                  "raw files: bytes from one row to the next, every plane"};
-const OptionSpec kScanlinesOption = {"scanlines", 0, "ROWS",
-                                     "raw files: rows of the first plane, padding included\n"
-                                     "(nv12 chroma: half as many)"};
-const OptionSpec kUvOffsetOption = {"uv-offset", 0, "BYTES",
-                                    "raw nv12 files: where the chroma plane starts\n"
-                                    "(default: stride x scanlines)"};
-const OptionSpec kMatrixOption = {"matrix", 0, "M",
-                                  "nv12 to RGB for pictures: bt709 (default) or bt601"};
+const Option kJsonOption = {"json", 0, nullptr, "print the result as JSON"};
+const Option kQuietOption = {"quiet", 'q', nullptr, "no progress or notes on standard error"};
+const Option kThreadsOption = {"threads", 0, "N",
+                               "codec threads (default 0: one per processor)"};
+const Option kSizeOption = {"size", 0, "WxH", "the frame size, instead of WIDTH HEIGHT"};
+const Option kFrameOption = {"frame", 0, "N", "frame N only (0 is the first)"};
+const Option kFramesOption = {"frames", 0, "A-B", "frames A to B (\"A-\": to the end)"};
+const Option kStrideOption = {"stride", 0, "BYTES",
+                              "raw files: bytes from one row to the next, every plane"};
+const Option kScanlinesOption = {"scanlines", 0, "ROWS",
+                                 "raw files: rows of the first plane, padding included\n"
+                                 "(nv12 chroma: half as many)"};
+const Option kUvOffsetOption = {"uv-offset", 0, "BYTES",
+                                "raw nv12 files: where the chroma plane starts\n"
+                                "(default: stride x scanlines)"};
+const Option kMatrixOption = {"matrix", 0, "M",
+                              "nv12 to RGB for pictures: bt709 (default) or bt601"};
 
 std::string HelpText(const Command& c) {
   return std::string("Usage: zpak ") + c.name + " [OPTIONS] " + c.synopsis + "\n\n" +

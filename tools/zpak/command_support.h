@@ -23,7 +23,7 @@ struct Command {
   const char* synopsis;     // "FORMAT FILE WIDTH HEIGHT"
   const char* summary;      // one line for the list of subcommands
   const char* description;  // the body of --help
-  std::vector<OptionSpec> options;
+  std::vector<Option> options;
   int (*run)(const Command& command, const ParsedArgs& args);
 };
 
@@ -38,16 +38,16 @@ int UsageError(const Command& command, const std::string& message);
 void Note(const Command& command, const ParsedArgs& args, const std::string& message);
 
 // Options many subcommands take.
-extern const OptionSpec kJsonOption;
-extern const OptionSpec kQuietOption;
-extern const OptionSpec kThreadsOption;
-extern const OptionSpec kSizeOption;
-extern const OptionSpec kFrameOption;
-extern const OptionSpec kFramesOption;
-extern const OptionSpec kStrideOption;
-extern const OptionSpec kScanlinesOption;
-extern const OptionSpec kUvOffsetOption;
-extern const OptionSpec kMatrixOption;
+extern const Option kJsonOption;
+extern const Option kQuietOption;
+extern const Option kThreadsOption;
+extern const Option kSizeOption;
+extern const Option kFrameOption;
+extern const Option kFramesOption;
+extern const Option kStrideOption;
+extern const Option kScanlinesOption;
+extern const Option kUvOffsetOption;
+extern const Option kMatrixOption;
 
 // Each Take* reads its part of the command line; false with `error` set
 // when it is wrong.
