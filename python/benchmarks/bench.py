@@ -5,11 +5,11 @@ libpelcast calls made from C, measured side by side in one process.
     build/python-venv/bin/python python/benchmarks/bench.py [--corpus DIR]
         [--calls N] [--markdown FILE]
 
-Frames: 1920x1080 frames of the project's corpus (--corpus, else
-$PELCAST_CORPUS_DIR, else ../shared/corpus beside the repository):
-photo-boats (NV12 and RGBA8888), photo-mountains (RGB565) and the eight
-frames of pan-hillside (NV12) for the two-Python-threads figure. Without the
-corpus, generated frames of the same size are used and the output says so.
+Frames: 1920x1080 frames of the project's corpus, in the folder named by
+--corpus or else $PELCAST_CORPUS_DIR: photo-boats (NV12 and RGBA8888),
+photo-mountains (RGB565) and the eight frames of pan-hillside (NV12) for
+the two-Python-threads figure. Without the corpus, generated frames of the
+same size are used and the output says so.
 
 The C side is c_bench.c, compiled here into a shared library with the
 libpelcast.a the package was linked with (python/build/*/libpelcast/api/
@@ -59,7 +59,7 @@ def corpus_dir(argument):
         return Path(argument)
     if os.environ.get("PELCAST_CORPUS_DIR"):
         return Path(os.environ["PELCAST_CORPUS_DIR"])
-    return REPOSITORY.parent / "shared" / "corpus"
+    return None
 
 
 def generated(fmt, seed):
@@ -82,8 +82,8 @@ def load_subjects(corpus):
     """(format, name, image) of every subject, from the corpus if present."""
     found = []
     for fmt, name, dtype, shape in SUBJECTS:
-        path = corpus / name
-        if path.is_file():
+        path = corpus / name if corpus else None
+        if path and path.is_file():
             found.append((fmt, name, np.fromfile(path, dtype).reshape(shape)))
         else:
             found.append((fmt, f"generated {fmt}", generated(fmt, len(found))))
@@ -91,8 +91,8 @@ def load_subjects(corpus):
 
 
 def load_pan(corpus):
-    path = corpus / PAN
-    if path.is_file():
+    path = corpus / PAN if corpus else None
+    if path and path.is_file():
         frames = np.fromfile(path, np.uint8).reshape(8, HEIGHT * 3 // 2, WIDTH)
         return PAN, list(frames)
     first = generated("nv12", 0)
@@ -276,10 +276,13 @@ def main():
 
     load_before = os.getloadavg()
     corpus = corpus_dir(args.corpus)
-    if corpus.is_dir():
+    if corpus is None:
+        corpus_note = "no corpus named (--corpus, PELCAST_CORPUS_DIR): generated 1920x1080 frames"
+    elif corpus.is_dir():
         corpus_note = f"1920x1080 corpus frames from {corpus}"
     else:
         corpus_note = f"no corpus at {corpus}: generated 1920x1080 frames"
+        corpus = None
     print(corpus_note, file=sys.stderr)
     library = package_library()
     with tempfile.TemporaryDirectory() as temporary:

@@ -10,9 +10,9 @@
 // report gives the medians and the median of the rounds' page/native ratios
 // (the machine's load drifts less within a round than across the run).
 //
-// The frames are the project's corpus (PELCAST_CORPUS_DIR, by default
-// ../shared/corpus beside the source tree). Without it the frames are
-// mosaics of the committed test crops, which the report says.
+// The frames are the project's corpus, in the folder PELCAST_CORPUS_DIR
+// names (tools/web-bench.sh names it). Without it the frames are mosaics of
+// the committed test crops, which the report says.
 import fs from 'node:fs';
 import path from 'node:path';
 import {
@@ -23,7 +23,7 @@ const runs = Number(process.argv[2] || 30);
 const rounds = Number(process.argv[3] || 5);
 const width = 1920;
 const height = 1080;
-const corpus = process.env.PELCAST_CORPUS_DIR || path.resolve(root, '../shared/corpus');
+const corpus = process.env.PELCAST_CORPUS_DIR || '';
 const outDir = path.join(root, 'build/web-bench');
 
 const FRAMES = [
@@ -61,12 +61,12 @@ const session = await launch();
 const rows = [];
 try {
   for (const f of FRAMES) {
-    let linear = path.join(corpus, f.corpusFile);
+    let linear = corpus ? path.join(corpus, f.corpusFile) : '';
     let source = `corpus ${f.corpusFile}`;
-    if (!fs.existsSync(linear)) {
+    if (!linear || !fs.existsSync(linear)) {
       linear = path.join(outDir, `mosaic-${f.format}.raw`);
       fs.writeFileSync(linear, mosaic(path.join(testData, f.crop), f.format));
-      source = `mosaic of tests/data/${f.crop} (no corpus at ${corpus})`;
+      source = `mosaic of tests/data/${f.crop} (${corpus ? `no corpus at ${corpus}` : 'PELCAST_CORPUS_DIR unset'})`;
     }
     const zpak = encode(f.format, width, height, linear, path.join(outDir, `${f.format}-1920x1080.zpak`));
     const { page, errors } = await openViewer(session.browser);

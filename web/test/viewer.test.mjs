@@ -523,14 +523,13 @@ describe('compare', () => {
 // --- screenshots --------------------------------------------------------------------------
 
 // The documentation's pictures are of a real 1920x1080 frame when
-// PELCAST_DOC_SCREENSHOTS is set and the corpus is there
-// (PELCAST_CORPUS_DIR, by default ../shared/corpus): the rendered screen,
-// whose flat areas keep the PNGs small. Otherwise, and always in CI, of the
-// committed crops.
+// PELCAST_DOC_SCREENSHOTS is set and PELCAST_CORPUS_DIR names the corpus:
+// the rendered screen, whose flat areas keep the PNGs small. Otherwise, and
+// always in CI, of the committed crops.
 function screenshotFrames() {
-  const corpus = process.env.PELCAST_CORPUS_DIR || path.resolve(root, '../shared/corpus');
-  const screen = path.join(corpus, 'screen-home-1920x1080.rgba');
-  if (!docImages || !fs.existsSync(screen)) {
+  const corpus = process.env.PELCAST_CORPUS_DIR;
+  const screen = corpus ? path.join(corpus, 'screen-home-1920x1080.rgba') : '';
+  if (!docImages || !screen || !fs.existsSync(screen)) {
     return {
       frame: ZPAK_CASES[1], tiles: { ...ZPAK_CASES[1], at: [72, 30] }, compare: ZPAK_CASES[0],
       changes: CHANGED_TILES, changeTiles, changedAt: [2 * 32 + 2, 3 * 8 + 2],
