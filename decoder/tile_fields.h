@@ -165,16 +165,19 @@ struct ConstantRows {
   uint64_t topLeft, topRight, bottomLeft, bottomRight;
 };
 
+// The base values of the three colour components, the colour transform
+// undone where the tile uses it.
+inline Rgb BaseColour(const TileFields& f, int32_t sampleBits) {
+  if (f.colourFlag == 0) return {f.base[0], f.base[1], f.base[2]};
+  return InverseColour(f.base[0], f.base[1], f.base[2], sampleBits);
+}
+
 template <TileKind K>
 inline ConstantRows ConstantRowsOf(const TileFields& f) {
   if constexpr (K == TileKind::kRgba8888) {
-    uint32_t first = f.base[0], second = f.base[1], third = f.base[2];
-    if (f.colourFlag != 0) {
-      const Rgb c = InverseColour(f.base[0], f.base[1], f.base[2], kRgbaSampleBits);
-      first = static_cast<uint32_t>(c.first);
-      second = static_cast<uint32_t>(c.second);
-      third = static_cast<uint32_t>(c.third);
-    }
+    const Rgb c = BaseColour(f, kRgbaSampleBits);
+    const uint32_t first = static_cast<uint32_t>(c.first), second = static_cast<uint32_t>(c.second),
+                   third = static_cast<uint32_t>(c.third);
     const uint64_t pixel = (first & 0xFF) | (second & 0xFF) << 8 | (third & 0xFF) << 16 |
                            uint32_t{f.base[3] & 0xFFu} << 24;
     return {pixel * kEveryDword, pixel * kEveryDword, 0, 0};
@@ -188,13 +191,9 @@ inline ConstantRows ConstantRowsOf(const TileFields& f) {
     const uint64_t bottom = ((f.base[2] & 0xFFu) | (f.base[3] & 0xFFu) << 8) * kEveryWord;
     return {top, top, bottom, bottom};
   } else {
-    uint32_t c0 = f.base[0], c1 = f.base[1], c2 = f.base[2];
-    if (f.colourFlag != 0) {
-      const Rgb c = InverseColour(f.base[0], f.base[1], f.base[2], kRgb565SampleBits);
-      c0 = static_cast<uint32_t>(c.first);
-      c1 = static_cast<uint32_t>(c.second);
-      c2 = static_cast<uint32_t>(c.third);
-    }
+    const Rgb c = BaseColour(f, kRgb565SampleBits);
+    const uint32_t c0 = static_cast<uint32_t>(c.first), c1 = static_cast<uint32_t>(c.second),
+                   c2 = static_cast<uint32_t>(c.third);
     const uint64_t pixel = ((c0 + (c1 << kGreenShift) + (c2 << kRedShift)) & 0xFFFFu) * kEveryWord;
     return {pixel, pixel, 0, 0};
   }
